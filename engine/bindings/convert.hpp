@@ -1,0 +1,45 @@
+#pragma once
+
+#include <nanobind/nanobind.h>
+
+#include <unordered_map>
+#include <unordered_set>
+
+#include "evaluator/eval_result.hpp"
+#include "generator/generator.hpp"
+#include "model/value.hpp"
+
+namespace kolva::bindings {
+
+namespace nb = nanobind;
+
+// Python objects -> Values. One converter per call keeps shared sub-objects
+// shared; a reference cycle or nesting deeper than kMaxNesting is refused.
+class ToValue {
+ public:
+  static constexpr int kMaxNesting = 1500;
+  Value operator()(nb::handle obj) { return convert(obj.ptr(), 0); }
+
+ private:
+  Value convert(PyObject* obj, int depth);
+  Value convert_container(PyObject* obj, int depth);
+
+  std::unordered_map<PyObject*, Value> done_;
+  std::unordered_set<PyObject*> open_;
+};
+
+// Values -> Python objects, keeping shared lists and maps shared.
+class ToPython {
+ public:
+  nb::object operator()(const Value& v);
+  nb::object coef(const CoefDict& coef);
+  nb::object result(const EvalResult& r);
+
+ private:
+  std::unordered_map<const void*, nb::object> done_;
+};
+
+MapPtr to_map_or_empty(nb::handle obj, const char* what);
+ValueVec to_value_list(nb::handle obj, const char* what);
+
+}  // namespace kolva::bindings

@@ -1,0 +1,454 @@
+// The Python face of the engine: converts arguments, forwards to the core,
+// converts results back and maps errors. No model logic lives here.
+#include <nanobind/nanobind.h>
+#include <nanobind/stl/string.h>
+
+#include <memory>
+#include <string>
+
+#include "bindings/convert.hpp"
+#include "data/tuple_set_members.hpp"
+#include "evaluator/evaluator.hpp"
+#include "generator/generator.hpp"
+#include "model/error.hpp"
+#include "model/repr.hpp"
+#include "model/semantics.hpp"
+
+namespace nb = nanobind;
+using namespace nb::literals;
+
+namespace kolva::bindings {
+namespace {
+
+// The Python classes that the engine's errors and results become. Looked up
+// once at import; kept for the life of the process.
+PyObject* g_semantic_error = nullptr;
+PyObject* g_linear_problem = nullptr;
+
+nb::object semantic_error_instance(const std::string& message) {
+  return nb::borrow(g_semantic_error)(message);
+}
+
+void translate_error(const std::exception_ptr& p, void* /*payload*/) {
+  try {
+    std::rethrow_exception(p);
+  } catch (const Error& e) {
+    switch (e.kind()) {
+      case ErrorKind::kSemantic:
+        PyErr_SetObject(g_semantic_error, semantic_error_instance(e.what()).ptr());
+        return;
+      case ErrorKind::kKey:
+        PyErr_SetObject(PyExc_KeyError, nb::str(e.what()).ptr());
+        return;
+      case ErrorKind::kNotImplemented:
+        PyErr_SetString(PyExc_NotImplementedError, e.what());
+        return;
+      case ErrorKind::kValue:
+        PyErr_SetString(PyExc_ValueError, e.what());
+        return;
+      case ErrorKind::kType:
+        PyErr_SetString(PyExc_TypeError, e.what());
+        return;
+      case ErrorKind::kOverflow:
+        PyErr_SetString(PyExc_OverflowError, e.what());
+        return;
+      case ErrorKind::kIndex:
+        PyErr_SetString(PyExc_IndexError, e.what());
+        return;
+      case ErrorKind::kRecursion:
+        PyErr_SetString(PyExc_RecursionError, e.what());
+        return;
+      case ErrorKind::kAttribute:
+        PyErr_SetString(PyExc_AttributeError, e.what());
+        return;
+    }
+  }
+}
+
+class PyLogSink : public LogSink {
+ public:
+  explicit PyLogSink(nb::object logger) : logger_(std::move(logger)) {}
+  bool enabled(LogLevel level) override {
+    return nb::cast<bool>(logger_.attr("isEnabledFor")(static_cast<int>(level)));
+  }
+  void emit(LogLevel level, const std::string& message) override {
+    logger_.attr("log")(static_cast<int>(level), message);
+  }
+
+ private:
+  nb::object logger_;
+};
+
+struct PyEvaluator;
+
+struct PyGenerator {
+  std::unique_ptr<Generator> gen;
+  nb::object logger;
+
+  // Every public call starts here: the logger's levels are read once.
+  Generator& core() {
+    gen->refresh_log_levels();
+    return *gen;
+  }
+};
+
+struct PyEvaluator {
+  nb::object parent;
+  std::unique_ptr<ExpressionEvaluator> owned;
+  ExpressionEvaluator* ev = nullptr;
+
+  ExpressionEvaluator& core() {
+    nb::cast<PyGenerator&>(parent).gen->refresh_log_levels();
+    return *ev;
+  }
+};
+
+Env to_env(nb::handle env) { return env.is_none() ? Env() : *to_map_or_empty(env, "env"); }
+
+nb::object problem_to_python(const LinearProblem& p) {
+  ToPython py;
+  const auto rows = [](const SparseRows& m) {
+    nb::list out;
+    for (std::size_t r = 0; r < m.rows(); ++r) {
+      nb::list row;
+      for (double v : m.dense_row(r)) row.append(v);
+      out.append(row);
+    }
+    return out;
+  };
+  const auto floats = [](const std::vector<double>& v) {
+    nb::list out;
+    for (double d : v) out.append(d);
+    return out;
+  };
+  nb::list names;
+  for (const std::string& n : p.var_names) names.append(nb::str(n.c_str(), n.size()));
+  nb::list bounds;
+  for (const auto& [lower, upper] : p.bounds) {
+    nb::list pair;
+    pair.append(py(lower));
+    pair.append(py(upper));
+    bounds.append(pair);
+  }
+  nb::list integrality;
+  for (const Value& v : p.integrality) integrality.append(py(v));
+  nb::dict kwargs;
+  kwargs["sense"] = p.sense;
+  kwargs["var_names"] = names;
+  kwargs["bounds"] = bounds;
+  kwargs["integrality"] = integrality;
+  kwargs["c"] = floats(p.c);
+  kwargs["A_eq"] = rows(p.A_eq);
+  kwargs["b_eq"] = floats(p.b_eq);
+  kwargs["A_ub"] = rows(p.A_ub);
+  kwargs["b_ub"] = floats(p.b_ub);
+  kwargs["objective_offset"] = p.objective_offset;
+  return nb::borrow(g_linear_problem)(**kwargs);
+}
+
+nb::list dense_rows(const SparseRows& m) {
+  nb::list out;
+  for (std::size_t r = 0; r < m.rows(); ++r) {
+    nb::list row;
+    for (double v : m.dense_row(r)) row.append(v);
+    out.append(row);
+  }
+  return out;
+}
+
+nb::list float_list(const std::vector<double>& v) {
+  nb::list out;
+  for (double d : v) out.append(d);
+  return out;
+}
+
+nb::list string_list(const std::vector<std::string>& v) {
+  nb::list out;
+  for (const std::string& s : v) out.append(nb::str(s.c_str(), s.size()));
+  return out;
+}
+
+nb::object lookup_to_python(const LookupResult& r) {
+  return nb::make_tuple(r.is_var, ToPython()(r.val), r.is_symbolic);
+}
+
+nb::object decl_or_none(const MapPtr& decl) { return decl == nullptr ? nb::none() : ToPython()(Value::map(decl)); }
+
+std::optional<std::string> optional_str(nb::handle h) {
+  if (h.is_none()) return std::nullopt;
+  return nb::cast<std::string>(h);
+}
+
+void bind_value_hooks(nb::module_& m) {
+  m.def("_value_repr", [](nb::handle v) { return py_repr(ToValue()(v)); });
+  m.def("_value_str", [](nb::handle v) { return py_str(ToValue()(v)); });
+  m.def("_value_roundtrip", [](nb::handle v) { return ToPython()(ToValue()(v)); });
+  m.def("_value_eq", [](nb::handle a, nb::handle b) { return py_eq(ToValue()(a), ToValue()(b)); });
+  m.def("_value_lt", [](nb::handle a, nb::handle b) { return py_lt(ToValue()(a), ToValue()(b)); });
+  m.def("_value_truth", [](nb::handle v) { return py_truth(ToValue()(v)); });
+  m.def("_get_tuple_set", [](std::string name, nb::handle ast, nb::handle data) {
+    const MapPtr root = to_map_or_empty(ast, "ast");
+    const MapPtr values = to_map_or_empty(data, "data_dict");
+    ToPython py;
+    nb::list out;
+    for (const Value& member : get_tuple_set(name, *root, *values)) out.append(py(member));
+    return out;
+  });
+  m.def("_value_hash_equal",
+        [](nb::handle a, nb::handle b) { return py_hash(ToValue()(a)) == py_hash(ToValue()(b)); });
+}
+
+void bind_generator(nb::module_& m) {
+  nb::class_<PyGenerator> cls(m, "_Generator", nb::dynamic_attr());
+  cls.def(
+      "__init__",
+      [](PyGenerator* self, nb::handle ast, nb::handle data_dict, nb::object logger) {
+        if (!PyDict_Check(ast.ptr())) raise(ErrorKind::kType, "ast must be a dict");
+        ToValue to_value;
+        MapPtr root = to_value(ast).as_map();
+        MapPtr data = data_dict.is_none() ? nullptr : to_map_or_empty(data_dict, "data_dict");
+        auto sink = std::make_shared<PyLogSink>(logger);
+        new (self) PyGenerator{std::make_unique<Generator>(std::move(root), std::move(data), sink), logger};
+      },
+      "ast"_a, "data_dict"_a = nb::none(), "logger"_a = nb::none());
+
+  // Read-only attributes: fresh Python copies of the generator's state.
+  cls.def_prop_ro("logger", [](PyGenerator& g) { return g.logger; });
+  cls.def_prop_ro("ast", [](PyGenerator& g) { return ToPython()(Value::map(g.gen->ast)); });
+  cls.def_prop_ro("data_dict", [](PyGenerator& g) { return ToPython()(Value::map(g.gen->data_dict)); });
+  cls.def_prop_ro("data", [](PyGenerator& g) { return ToPython()(Value::map(g.gen->data_dict)); });
+  cls.def_prop_ro("scipy_code_lines", [](PyGenerator& g) { return string_list(g.gen->scipy_code_lines); });
+  cls.def_prop_ro("var_names", [](PyGenerator& g) { return string_list(g.gen->var_names); });
+  cls.def_prop_ro("var_indices", [](PyGenerator& g) {
+    nb::dict d;
+    for (const std::string& name : g.gen->var_indices_order) {
+      d[nb::str(name.c_str(), name.size())] = g.gen->var_indices.at(name);
+    }
+    return d;
+  });
+  cls.def_prop_ro("bounds", [](PyGenerator& g) {
+    ToPython py;
+    nb::list out;
+    for (const BoundPair& pair : g.gen->bounds) {
+      nb::list entry;
+      entry.append(py(pair.lower));
+      entry.append(py(pair.upper));
+      out.append(entry);
+    }
+    return out;
+  });
+  cls.def_prop_ro("integrality", [](PyGenerator& g) {
+    if (!g.gen->integrality) {
+      raise(ErrorKind::kAttribute, "'SciPyCSCCodeGenerator' object has no attribute 'integrality'");
+    }
+    ToPython py;
+    nb::list out;
+    for (const Value& v : *g.gen->integrality) out.append(py(v));
+    return out;
+  });
+  cls.def_prop_ro("c", [](PyGenerator& g) { return float_list(g.gen->c); });
+  cls.def_prop_ro("obj_const_offset", [](PyGenerator& g) { return ToPython()(g.gen->obj_const_offset); });
+  cls.def_prop_ro("A_eq", [](PyGenerator& g) { return dense_rows(g.gen->A_eq); });
+  cls.def_prop_ro("A_ub", [](PyGenerator& g) { return dense_rows(g.gen->A_ub); });
+  cls.def_prop_ro("b_eq", [](PyGenerator& g) { return float_list(g.gen->b_eq); });
+  cls.def_prop_ro("b_ub", [](PyGenerator& g) { return float_list(g.gen->b_ub); });
+  cls.def_prop_ro("tuple_types", [](PyGenerator& g) {
+    if (g.gen->tuple_types == nullptr) {
+      raise(ErrorKind::kAttribute, "'SciPyCSCCodeGenerator' object has no attribute 'tuple_types'");
+    }
+    return ToPython()(Value::map(g.gen->tuple_types));
+  });
+  cls.def_prop_ro("aux_created", [](PyGenerator& g) {
+    if (!g.gen->aux_created) {
+      raise(ErrorKind::kAttribute, "'SciPyCSCCodeGenerator' object has no attribute 'aux_created'");
+    }
+    return string_list(*g.gen->aux_created);
+  });
+  cls.def_prop_ro("_collected_lbs", [](PyGenerator& g) { return ToPython()(Value::map(g.gen->collected_lbs)); });
+  cls.def_prop_ro("_collected_ubs", [](PyGenerator& g) { return ToPython()(Value::map(g.gen->collected_ubs)); });
+  cls.def_prop_ro("lower_bounds", [](PyGenerator& g) {
+    ToPython py;
+    nb::list out;
+    for (const Value& v : g.gen->lower_bounds) out.append(py(v));
+    return out;
+  });
+  cls.def_prop_ro("upper_bounds", [](PyGenerator& g) {
+    ToPython py;
+    nb::list out;
+    for (const Value& v : g.gen->upper_bounds) out.append(py(v));
+    return out;
+  });
+  cls.def_prop_rw(
+      "results_varname", [](PyGenerator& g) { return g.gen->results_varname; },
+      [](PyGenerator& g, std::string v) { g.gen->results_varname = std::move(v); });
+  cls.def_prop_rw(
+      "indent_level", [](PyGenerator& g) { return g.gen->indent_level; },
+      [](PyGenerator& g, std::int64_t v) { g.gen->indent_level = v; });
+  cls.def_prop_rw(
+      "_allow_symbolic_bool", [](PyGenerator& g) { return g.gen->allow_symbolic_bool; },
+      [](PyGenerator& g, nb::handle v) { g.gen->allow_symbolic_bool = PyObject_IsTrue(v.ptr()) == 1; });
+
+  // Public operations and phases.
+  cls.def("generate_code", [](PyGenerator& g) { return g.core().generate_code(); });
+  cls.def("build_problem", [](PyGenerator& g) { return problem_to_python(g.core().build_problem()); });
+  cls.def("_generate_data_declarations", [](PyGenerator& g, nb::handle data) {
+    Generator& gen = g.core();
+    gen._generate_data_declarations(data.is_none() ? gen.data_dict : to_map_or_empty(data, "data_dict"));
+  });
+  cls.def("_build_variables", [](PyGenerator& g) { g.core()._build_variables(); });
+  cls.def("_build_objective", [](PyGenerator& g) { g.core()._build_objective(); });
+  cls.def("_build_constraints", [](PyGenerator& g) { g.core()._build_constraints(); });
+  cls.def("_apply_top_level_binary_assignments", [](PyGenerator& g) { g.core()._apply_top_level_binary_assignments(); });
+  cls.def("_reconcile_problem_metadata", [](PyGenerator& g) { g.core()._reconcile_problem_metadata(); });
+  cls.def("_refresh_problem_metadata_code_lines", [](PyGenerator& g) { g.core()._refresh_problem_metadata_code_lines(); });
+  cls.def("_snapshot_linear_problem", [](PyGenerator& g) { return problem_to_python(g.core()._snapshot_linear_problem()); });
+
+  // Helpers, reachable so behaviour can be tested where it is defined.
+  cls.def("_indent", [](PyGenerator& g) { return g.core()._indent(); });
+  cls.def("_add_code_line", [](PyGenerator& g, nb::handle line) {
+    if (!PyUnicode_Check(line.ptr())) raise(ErrorKind::kType, "_add_code_line requires a str line");
+    g.core()._add_code_line(nb::cast<std::string>(line));
+  });
+  cls.def(
+      "_eval_expr",
+      [](PyGenerator& g, nb::handle expr, nb::handle env) {
+        Generator& gen = g.core();
+        const Value node = ToValue()(expr);
+        if (env.is_none()) return ToPython().result(gen._eval_expr(node, nullptr));
+        const Env scope = to_env(env);
+        return ToPython().result(gen._eval_expr(node, &scope));
+      },
+      "expr"_a, "env"_a = nb::none());
+  cls.def("_eval_index_expr", [](PyGenerator& g, nb::handle dim, nb::handle env) {
+    Generator& gen = g.core();
+    return ToPython().result(gen._eval_index_expr(ToValue()(dim), to_env(env)));
+  });
+  // A Python face of the generator's one evaluator; faces compare equal when
+  // they stand for the same evaluator.
+  cls.def_prop_ro("_expr_evaluator", [](PyGenerator& g) -> nb::object {
+    if (!g.gen->has_evaluator()) {
+      raise(ErrorKind::kAttribute, "'SciPyCSCCodeGenerator' object has no attribute '_expr_evaluator'");
+    }
+    return nb::cast(PyEvaluator{nb::find(&g), nullptr, &g.gen->evaluator()}, nb::rv_policy::move);
+  });
+  cls.def("_not_found_error", [](PyGenerator&, std::string what, nb::handle name) {
+    return semantic_error_instance(Generator::_not_found_error(what, nb::str(name).c_str()).what());
+  });
+  cls.def("_unsupported_type_error", [](PyGenerator&, std::string what, nb::handle detail) {
+    return semantic_error_instance(Generator::_unsupported_type_error(what, nb::str(detail).c_str()).what());
+  });
+  cls.def("_unsupported_operator_error", [](PyGenerator&, std::string context, nb::handle op) {
+    return semantic_error_instance(Generator::_unsupported_operator_error(context, nb::str(op).c_str()).what());
+  });
+  cls.def(
+      "_find_decl",
+      [](PyGenerator& g, std::string name, nb::handle decl_type) {
+        const auto type = optional_str(decl_type);
+        return decl_or_none(g.core()._find_decl(name, type ? &*type : nullptr));
+      },
+      "name"_a, "decl_type"_a = nb::none());
+  cls.def(
+      "_find_decls",
+      [](PyGenerator& g, std::string name, nb::handle decl_type) {
+        const auto type = optional_str(decl_type);
+        nb::list out;
+        for (const MapPtr& d : g.core()._find_decls(name, type ? &*type : nullptr)) out.append(decl_or_none(d));
+        return out;
+      },
+      "name"_a, "decl_type"_a = nb::none());
+  cls.def(
+      "_lookup_var_or_param",
+      [](PyGenerator& g, std::string name, nb::handle indices, nb::handle env, bool default_zero) {
+        Generator& gen = g.core();
+        std::optional<ValueVec> idx;
+        if (!indices.is_none()) idx = to_value_list(indices, "indices");
+        const std::optional<Env> scope = env.is_none() ? std::nullopt : std::optional<Env>(to_env(env));
+        const LookupResult r = gen._lookup_var_or_param(name, idx ? &*idx : nullptr, scope ? &*scope : nullptr,
+                                                         default_zero);
+        return lookup_to_python(r);
+      },
+      "name"_a, "indices"_a = nb::none(), "env"_a = nb::none(), "default_zero_if_missing"_a = false);
+  cls.def("_eval_index", [](PyGenerator& g, nb::handle idx, nb::handle env) {
+    Generator& gen = g.core();
+    return ToPython()(gen._eval_index(ToValue()(idx), to_env(env)));
+  });
+  cls.def("_convert_flat_kv_to_dict", [](PyGenerator& g, nb::handle data) -> nb::object {
+    const auto converted = g.core()._convert_flat_kv_to_dict(ToValue()(data));
+    return converted ? ToPython()(Value::map(*converted)) : nb::none();
+  });
+  cls.def("_eval_bound", [](PyGenerator& g, nb::handle expr) { return ToPython()(g.core()._eval_bound(ToValue()(expr))); });
+  cls.def_static("normalize_index", [](nb::handle idx) { return ToPython()(normalize_index(ToValue()(idx))); });
+  cls.def(
+      "_format_varname",
+      [](PyGenerator& g, std::string base, nb::handle indices, bool is_tuple_indexed) {
+        return g.core()._format_varname(base, to_value_list(indices, "indices"), is_tuple_indexed);
+      },
+      "base"_a, "indices"_a, "is_tuple_indexed"_a = false);
+  cls.def(
+      "_multi_indexed_var_name",
+      [](PyGenerator& g, nb::handle expr, nb::handle env, nb::handle eval_index_expr) {
+        Generator& gen = g.core();
+        const Value node = ToValue()(expr);
+        if (!node.is_map()) raise(ErrorKind::kType, "expr must be a dict");
+        if (eval_index_expr.is_none()) return gen._multi_indexed_var_name(node, to_env(env), nullptr);
+        const IndexEvaluator callback = [eval_index_expr](const Value& dim, const Map& scope) {
+          ToPython py;
+          return ToValue()(nb::borrow(eval_index_expr)(py(dim), py(Value::map(std::make_shared<Map>(scope)))));
+        };
+        return gen._multi_indexed_var_name(node, to_env(env), &callback);
+      },
+      "expr"_a, "env"_a, "eval_index_expr"_a = nb::none());
+  cls.def(
+      "_add_variable",
+      [](PyGenerator& g, std::string base, nb::handle lower, nb::handle upper) {
+        auto [name, column] = g.core()._add_variable(base, ToValue()(lower), ToValue()(upper));
+        return nb::make_tuple(name, column);
+      },
+      "base_name"_a, "lower"_a = 0.0, "upper"_a = 1.0);
+  cls.def("_ensure_aux_binary", [](PyGenerator& g, std::string base) { return g.core()._ensure_aux_binary(base); });
+}
+
+void bind_evaluator(nb::module_& m) {
+  nb::class_<PyEvaluator> cls(m, "ExpressionEvaluator");
+  cls.def("__init__", [](PyEvaluator* self, nb::object parent) {
+    PyGenerator& owner = nb::cast<PyGenerator&>(parent);
+    auto ev = std::make_unique<ExpressionEvaluator>(*owner.gen);
+    ExpressionEvaluator* raw = ev.get();
+    new (self) PyEvaluator{std::move(parent), std::move(ev), raw};
+  });
+  cls.def_prop_ro("parent", [](PyEvaluator& e) { return e.parent; });
+  cls.def("__eq__", [](PyEvaluator& a, nb::handle b) {
+    return nb::isinstance<PyEvaluator>(b) && nb::cast<PyEvaluator&>(b).ev == a.ev;
+  });
+  cls.def("__hash__", [](PyEvaluator& e) { return reinterpret_cast<std::uintptr_t>(e.ev); });
+  cls.def(
+      "eval",
+      [](PyEvaluator& e, nb::handle expr, nb::handle env) {
+        ExpressionEvaluator& ev = e.core();
+        const Value node = ToValue()(expr);
+        if (env.is_none()) return ToPython().result(ev.eval(node, nullptr));
+        const Env scope = to_env(env);
+        return ToPython().result(ev.eval(node, &scope));
+      },
+      "expr"_a, "env"_a = nb::none());
+  cls.def("_eval_index_expr", [](PyEvaluator& e, nb::handle dim, nb::handle env) {
+    ExpressionEvaluator& ev = e.core();
+    return ToPython().result(ev._eval_index_expr(ToValue()(dim), to_env(env)));
+  });
+}
+
+}  // namespace
+
+}  // namespace kolva::bindings
+
+NB_MODULE(_engine, m) {
+  using namespace kolva::bindings;
+  g_semantic_error = nb::object(nb::module_::import_("kolva.semantic_error").attr("SemanticError")).release().ptr();
+  g_linear_problem = nb::object(nb::module_::import_("kolva.linear_problem").attr("LinearProblem")).release().ptr();
+  nb::register_exception_translator(translate_error);
+  m.attr("BIG_M_DEFAULT") = kolva::kBigMDefault;
+  m.attr("BOOL_EPS") = kolva::kBoolEps;
+  bind_value_hooks(m);
+  bind_generator(m);
+  bind_evaluator(m);
+}

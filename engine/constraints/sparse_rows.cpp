@@ -1,0 +1,41 @@
+#include "constraints/sparse_rows.hpp"
+
+namespace kolva {
+
+void SparseRows::append(std::size_t width,
+                        const std::vector<std::pair<std::int64_t, double>>& entries) {
+  for (const auto& [col, val] : entries) {
+    cols_.push_back(col);
+    vals_.push_back(val);
+  }
+  starts_.push_back(cols_.size());
+  widths_.push_back(width);
+}
+
+void SparseRows::append_dense(const std::vector<double>& dense) {
+  for (std::size_t col = 0; col < dense.size(); ++col) {
+    if (dense[col] != 0.0) {
+      cols_.push_back(static_cast<std::int64_t>(col));
+      vals_.push_back(dense[col]);
+    }
+  }
+  starts_.push_back(cols_.size());
+  widths_.push_back(dense.size());
+}
+
+std::vector<double> SparseRows::dense_row(std::size_t row) const {
+  std::vector<double> dense(widths_[row], 0.0);
+  for (std::size_t k = starts_[row]; k < starts_[row + 1]; ++k) {
+    dense[static_cast<std::size_t>(cols_[k])] = vals_[k];
+  }
+  return dense;
+}
+
+double SparseRows::at(std::size_t row, std::size_t col) const {
+  for (std::size_t k = starts_[row]; k < starts_[row + 1]; ++k) {
+    if (static_cast<std::size_t>(cols_[k]) == col) return vals_[k];
+  }
+  return 0.0;
+}
+
+}  // namespace kolva

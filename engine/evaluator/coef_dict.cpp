@@ -1,0 +1,50 @@
+#include "evaluator/coef_dict.hpp"
+
+namespace kolva {
+
+std::ptrdiff_t CoefDict::position_of(const std::string& name) const {
+  if (index_.empty()) {
+    for (std::size_t i = 0; i < items_.size(); ++i) {
+      if (items_[i].first == name) return static_cast<std::ptrdiff_t>(i);
+    }
+    return -1;
+  }
+  const auto it = index_.find(name);
+  return it == index_.end() ? -1 : static_cast<std::ptrdiff_t>(it->second);
+}
+
+const double* CoefDict::find(const std::string& name) const {
+  const std::ptrdiff_t pos = position_of(name);
+  return pos < 0 ? nullptr : &items_[static_cast<std::size_t>(pos)].second;
+}
+
+void CoefDict::set(const std::string& name, double value) {
+  const std::ptrdiff_t pos = position_of(name);
+  if (pos >= 0) {
+    items_[static_cast<std::size_t>(pos)].second = value;
+    return;
+  }
+  items_.emplace_back(name, value);
+  if (!index_.empty()) {
+    index_.emplace(name, items_.size() - 1);
+  } else if (items_.size() > kLinearLimit) {
+    for (std::size_t i = 0; i < items_.size(); ++i) index_.emplace(items_[i].first, i);
+  }
+}
+
+void CoefDict::add(const std::string& name, double delta) {
+  const std::ptrdiff_t pos = position_of(name);
+  if (pos >= 0) {
+    items_[static_cast<std::size_t>(pos)].second += delta;
+    return;
+  }
+  set(name, 0.0 + delta);
+}
+
+CoefDict CoefDict::scaled(double factor) const {
+  CoefDict out = *this;
+  for (Item& item : out.items_) item.second *= factor;
+  return out;
+}
+
+}  // namespace kolva

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace kolva {
+
+// Coefficients of a linear expression by variable name, in insertion order.
+// A coefficient that cancels to 0.0 keeps its key: later tests ask whether
+// any variable occurred, not whether the sum is non-zero.
+class CoefDict {
+ public:
+  using Item = std::pair<std::string, double>;
+
+  bool empty() const { return items_.empty(); }
+  std::size_t size() const { return items_.size(); }
+  const std::vector<Item>& items() const { return items_; }
+
+  const double* find(const std::string& name) const;
+  // out[name] = out.get(name, 0.0) + delta
+  void add(const std::string& name, double delta);
+  void set(const std::string& name, double value);
+  // Every coefficient multiplied by `factor`.
+  CoefDict scaled(double factor) const;
+
+ private:
+  static constexpr std::size_t kLinearLimit = 8;
+  std::ptrdiff_t position_of(const std::string& name) const;
+
+  std::vector<Item> items_;
+  std::unordered_map<std::string, std::size_t> index_;  // used past kLinearLimit
+};
+
+}  // namespace kolva

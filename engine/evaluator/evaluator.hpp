@@ -1,0 +1,64 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "evaluator/eval_result.hpp"
+#include "generator/generator.hpp"
+
+namespace kolva {
+
+// Reduces an expression node and an Env to a linear part over decision
+// variables and a constant part. Holds no state of its own beyond the link to
+// its generator and two depth counters.
+class ExpressionEvaluator {
+ public:
+  explicit ExpressionEvaluator(Generator& parent) : parent_(parent) {}
+
+  Generator& parent() const { return parent_; }
+
+  EvalResult eval(const Value& expr, const Env* env);
+  EvalResult _eval_index_expr(const Value& dim_expr, const Env& env);
+
+  using Handler = EvalResult (ExpressionEvaluator::*)(const Value& expr, const Env& env);
+  // The handler for a node type, or null when the type has none.
+  static Handler _get_handler(std::string_view type);
+  EvalResult _handle_literal_fallback(const std::string& type, const Value& expr, const Env& env);
+  static Value _rewrite_implies(const Value& expr);
+
+  // Frame handlers.
+  EvalResult _eval_boolean_literal(const Value& expr, const Env& env);
+  EvalResult _eval_number(const Value& expr, const Env& env);
+  EvalResult _eval_name(const Value& expr, const Env& env);
+
+  // Arithmetic and comparison.
+  EvalResult _eval_binop(const Value& expr, const Env& env);
+  EvalResult _eval_uminus(const Value& expr, const Env& env);
+  EvalResult _handle_binop_add(const Value& left, const Value& right, const Env& env);
+  EvalResult _handle_binop_sub(const Value& left, const Value& right, const Env& env);
+  EvalResult _handle_binop_mul(const Value& left, const Value& right, const Env& env);
+  EvalResult _handle_binop_div(const Value& left, const Value& right, const Env& env);
+  EvalResult _handle_binop_cmp(const Value& left, const Value& right, const std::string& op,
+                               const Env& env);
+
+  // Handlers of sums, logic, tuples and indexed names; not in this build yet.
+  EvalResult _eval_not_yet_supported(const Value& expr, const Env& env);
+
+ private:
+  // Deeper nesting than this is refused instead of exhausting the C++ stack.
+  static constexpr int kMaxDepth = 2000;
+
+  EvalResult eval_equality(const Value& left, const Value& right, const Env& env);
+  EvalResult dispatch(const std::string& type, const Value& expr, const Env& env);
+  EvalResult checked_result(const std::string& type, EvalResult result);
+
+  Generator& parent_;
+  int depth_ = 0;
+  int field_access_depth_ = 0;
+};
+
+// True for a Boolean literal or a binop typed Boolean: the operands of `!=`
+// that get an auxiliary binary instead of being evaluated.
+bool is_bool_expr(const Value& e);
+
+}  // namespace kolva

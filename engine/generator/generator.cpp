@@ -1,0 +1,160 @@
+#include "generator/generator.hpp"
+
+#include <string>
+
+#include "evaluator/evaluator.hpp"
+#include "model/error.hpp"
+#include "model/repr.hpp"
+
+namespace kolva {
+namespace {
+
+const ValueVec& as_declaration_list(const Value& decls) {
+  if (!decls.is_sequence()) {
+    raise(ErrorKind::kType, std::string("'declarations' must be a list, not '") + type_name(decls) + "'");
+  }
+  return decls.items();
+}
+
+const Map& as_node(const Value& v, const char* what) {
+  if (!v.is_map()) {
+    raise(ErrorKind::kType, std::string(what) + " must be a dict, not '" + type_name(v) + "'");
+  }
+  return *v.as_map();
+}
+
+}  // namespace
+
+Generator::Generator(MapPtr ast_root, MapPtr data, std::shared_ptr<LogSink> sink)
+    : ast(std::move(ast_root)), log_(std::move(sink)) {
+  // A shallow copy: the caller's map is never written to.
+  data_dict = std::make_shared<Map>(data != nullptr ? *data : Map());
+  const Value decls = ast->get("declarations", Value::list(ValueVec{}));
+  for (const Value& entry : as_declaration_list(decls)) {
+    const Map& decl = as_node(entry, "a declaration");
+    const Value type = decl.get("type");
+    if (!type.is_str() || type.as_str() != "parameter_inline") continue;
+    const Value& name = decl.at("name");
+    if (!data_dict->contains(name)) data_dict->set(name, decl.at("value"));
+  }
+}
+
+Generator::~Generator() = default;
+
+std::string Generator::_indent() const {
+  std::string out;
+  for (std::int64_t i = 0; i < indent_level; ++i) out += "    ";
+  return out;
+}
+
+void Generator::_add_code_line(std::string_view line) {
+  std::string text = _indent();
+  text += line;
+  scipy_code_lines.push_back(std::move(text));
+}
+
+ExpressionEvaluator& Generator::evaluator() {
+  if (expr_evaluator_ == nullptr) expr_evaluator_ = std::make_unique<ExpressionEvaluator>(*this);
+  return *expr_evaluator_;
+}
+
+EvalResult Generator::_eval_expr(const Value& expr, const Env* env) {
+  return evaluator().eval(expr, env);
+}
+
+EvalResult Generator::_eval_index_expr(const Value& dim_expr, const Env& env) {
+  return evaluator()._eval_index_expr(dim_expr, env);
+}
+
+Error Generator::_not_found_error(std::string_view what, std::string_view name) {
+  return {ErrorKind::kSemantic, "Not found: " + std::string(what) + " '" + std::string(name) + "'"};
+}
+
+Error Generator::_unsupported_type_error(std::string_view what, std::string_view detail) {
+  return {ErrorKind::kSemantic,
+          "Semantic Error: Unsupported " + std::string(what) + " type: " + std::string(detail)};
+}
+
+Error Generator::_unsupported_operator_error(std::string_view context, std::string_view op) {
+  return {ErrorKind::kSemantic,
+          "Semantic Error: Unsupported operator in " + std::string(context) + ": " + std::string(op)};
+}
+
+const std::vector<MapPtr>& Generator::declarations_named(std::string_view name) {
+  if (!decls_indexed_) {
+    const Value decls = ast->get("declarations", Value::list(ValueVec{}));
+    for (const Value& entry : as_declaration_list(decls)) {
+      const Map& decl = as_node(entry, "a declaration");
+      const Value decl_name = decl.get("name");
+      if (decl_name.is_str()) decls_by_name_[decl_name.as_str()].push_back(entry.as_map());
+    }
+    decls_indexed_ = true;
+  }
+  static const std::vector<MapPtr> kNone;
+  const auto it = decls_by_name_.find(std::string(name));
+  return it == decls_by_name_.end() ? kNone : it->second;
+}
+
+MapPtr Generator::_find_decl(std::string_view name, const std::string* decl_type) {
+  ast->at("declarations");  // this lookup requires the key, as direct access would
+  for (const MapPtr& decl : declarations_named(name)) {
+    if (decl_type == nullptr) return decl;
+    const Value type = decl->get("type");
+    if (type.is_str() && type.as_str() == *decl_type) return decl;
+  }
+  return nullptr;
+}
+
+std::vector<MapPtr> Generator::_find_decls(std::string_view name, const std::string* decl_type) {
+  std::vector<MapPtr> out;
+  for (const MapPtr& decl : declarations_named(name)) {
+    const Value type = decl->get("type");
+    if (decl_type == nullptr || (type.is_str() && type.as_str() == *decl_type)) out.push_back(decl);
+  }
+  return out;
+}
+
+void Generator::record_column(const std::string& name, std::int64_t column) {
+  const auto [it, inserted] = var_indices.insert_or_assign(name, column);
+  if (inserted) {
+    var_indices_order.push_back(name);
+    bracket_free_names_.add(name);
+  }
+}
+
+std::int64_t Generator::add_column(const std::string& name) {
+  const auto column = static_cast<std::int64_t>(var_names.size());
+  var_names.push_back(name);
+  record_column(name, column);
+  return column;
+}
+
+std::pair<std::string, std::int64_t> Generator::_add_variable(const std::string& base_name,
+                                                              const Value& lower,
+                                                              const Value& upper) {
+  std::string name = base_name;
+  for (std::int64_t counter = 1; var_indices.contains(name); ++counter) {
+    name = base_name + "_" + std::to_string(counter);
+  }
+  const std::int64_t column = add_column(name);
+  lower_bounds.push_back(lower);
+  upper_bounds.push_back(upper);
+  return {name, column};
+}
+
+std::string Generator::_ensure_aux_binary(const std::string& base_name) {
+  std::string name = base_name;
+  for (std::int64_t counter = 1; var_indices.contains(name); ++counter) {
+    name = base_name + "_" + std::to_string(counter);
+  }
+  add_column(name);
+  bounds.push_back({Value::integer(0), Value::integer(1)});
+  if (!integrality) integrality.emplace();
+  integrality->push_back(Value::integer(1));
+  c.push_back(0.0);
+  if (!aux_created) aux_created.emplace();
+  aux_created->push_back(name);
+  return name;
+}
+
+}  // namespace kolva

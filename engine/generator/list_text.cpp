@@ -1,0 +1,45 @@
+#include "generator/list_text.hpp"
+
+#include "generator/generator.hpp"
+#include "model/py_format.hpp"
+#include "model/repr.hpp"
+
+namespace kolva {
+namespace {
+
+template <typename T, typename Append>
+std::string list_text(const std::vector<T>& items, Append append) {
+  std::string out = "[";
+  for (std::size_t i = 0; i < items.size(); ++i) {
+    if (i > 0) out += ", ";
+    append(out, items[i]);
+  }
+  out += "]";
+  return out;
+}
+
+}  // namespace
+
+std::string bounds_text(const std::vector<BoundPair>& bounds) {
+  return list_text(bounds, [](std::string& out, const BoundPair& pair) {
+    out += "[";
+    append_str(out, pair.lower);
+    out += ", ";
+    append_str(out, pair.upper);
+    out += "]";
+  });
+}
+
+std::string names_text(const std::vector<std::string>& names) {
+  return list_text(names, [](std::string& out, const std::string& n) { out += py_repr_str(n); });
+}
+
+std::string values_text(const std::vector<Value>& values) {
+  return list_text(values, [](std::string& out, const Value& v) { append_repr(out, v); });
+}
+
+std::string floats_text(const std::vector<double>& values) {
+  return list_text(values, [](std::string& out, double v) { out += py_repr_float(v); });
+}
+
+}  // namespace kolva

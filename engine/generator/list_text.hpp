@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "model/value.hpp"
+
+namespace kolva {
+
+struct BoundPair;
+
+// Printed forms of the per-column lists as the script spells them.
+std::string bounds_text(const std::vector<BoundPair>& bounds);
+std::string names_text(const std::vector<std::string>& names);
+std::string values_text(const std::vector<Value>& values);
+std::string floats_text(const std::vector<double>& values);
+
+}  // namespace kolva
