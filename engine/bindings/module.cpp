@@ -180,12 +180,12 @@ std::optional<std::string> optional_str(nb::handle h) {
 }
 
 void bind_value_hooks(nb::module_& m) {
-  m.def("_value_repr", [](nb::handle v) { return py_repr(ToValue()(v)); });
-  m.def("_value_str", [](nb::handle v) { return py_str(ToValue()(v)); });
-  m.def("_value_roundtrip", [](nb::handle v) { return ToPython()(ToValue()(v)); });
-  m.def("_value_eq", [](nb::handle a, nb::handle b) { return py_eq(ToValue()(a), ToValue()(b)); });
-  m.def("_value_lt", [](nb::handle a, nb::handle b) { return py_lt(ToValue()(a), ToValue()(b)); });
-  m.def("_value_truth", [](nb::handle v) { return py_truth(ToValue()(v)); });
+  m.def("_value_repr", [](nb::handle v) { return py_repr(ToValue()(v)); }, "v"_a.none());
+  m.def("_value_str", [](nb::handle v) { return py_str(ToValue()(v)); }, "v"_a.none());
+  m.def("_value_roundtrip", [](nb::handle v) { return ToPython()(ToValue()(v)); }, "v"_a.none());
+  m.def("_value_eq", [](nb::handle a, nb::handle b) { return py_eq(ToValue()(a), ToValue()(b)); }, "a"_a.none(), "b"_a.none());
+  m.def("_value_lt", [](nb::handle a, nb::handle b) { return py_lt(ToValue()(a), ToValue()(b)); }, "a"_a.none(), "b"_a.none());
+  m.def("_value_truth", [](nb::handle v) { return py_truth(ToValue()(v)); }, "v"_a.none());
   m.def("_get_tuple_set", [](std::string name, nb::handle ast, nb::handle data) {
     const MapPtr root = to_map_or_empty(ast, "ast");
     const MapPtr values = to_map_or_empty(data, "data_dict");
@@ -193,9 +193,10 @@ void bind_value_hooks(nb::module_& m) {
     nb::list out;
     for (const Value& member : get_tuple_set(name, *root, *values)) out.append(py(member));
     return out;
-  });
+  }, "set_name"_a, "ast"_a.none(), "data_dict"_a.none());
   m.def("_value_hash_equal",
-        [](nb::handle a, nb::handle b) { return py_hash(ToValue()(a)) == py_hash(ToValue()(b)); });
+        [](nb::handle a, nb::handle b) { return py_hash(ToValue()(a)) == py_hash(ToValue()(b)); }, "a"_a.none(),
+        "b"_a.none());
 }
 
 void bind_generator(nb::module_& m) {
@@ -210,7 +211,7 @@ void bind_generator(nb::module_& m) {
         auto sink = std::make_shared<PyLogSink>(logger);
         new (self) PyGenerator{std::make_unique<Generator>(std::move(root), std::move(data), sink), logger};
       },
-      "ast"_a, "data_dict"_a = nb::none(), "logger"_a = nb::none());
+      "ast"_a.none(), "data_dict"_a.none() = nb::none(), "logger"_a.none() = nb::none());
 
   // Read-only attributes: fresh Python copies of the generator's state.
   cls.def_prop_ro("logger", [](PyGenerator& g) { return g.logger; });
@@ -291,10 +292,13 @@ void bind_generator(nb::module_& m) {
   // Public operations and phases.
   cls.def("generate_code", [](PyGenerator& g) { return g.core().generate_code(); });
   cls.def("build_problem", [](PyGenerator& g) { return problem_to_python(g.core().build_problem()); });
-  cls.def("_generate_data_declarations", [](PyGenerator& g, nb::handle data) {
-    Generator& gen = g.core();
-    gen._generate_data_declarations(data.is_none() ? gen.data_dict : to_map_or_empty(data, "data_dict"));
-  });
+  cls.def(
+      "_generate_data_declarations",
+      [](PyGenerator& g, nb::handle data) {
+        Generator& gen = g.core();
+        gen._generate_data_declarations(data.is_none() ? gen.data_dict : to_map_or_empty(data, "data_dict"));
+      },
+      "data_dict"_a.none());
   cls.def("_build_variables", [](PyGenerator& g) { g.core()._build_variables(); });
   cls.def("_build_objective", [](PyGenerator& g) { g.core()._build_objective(); });
   cls.def("_build_constraints", [](PyGenerator& g) { g.core()._build_constraints(); });
@@ -318,11 +322,14 @@ void bind_generator(nb::module_& m) {
         const Env scope = to_env(env);
         return ToPython().result(gen._eval_expr(node, &scope));
       },
-      "expr"_a, "env"_a = nb::none());
-  cls.def("_eval_index_expr", [](PyGenerator& g, nb::handle dim, nb::handle env) {
-    Generator& gen = g.core();
-    return ToPython().result(gen._eval_index_expr(ToValue()(dim), to_env(env)));
-  });
+      "expr"_a.none(), "env"_a.none() = nb::none());
+  cls.def(
+      "_eval_index_expr",
+      [](PyGenerator& g, nb::handle dim, nb::handle env) {
+        Generator& gen = g.core();
+        return ToPython().result(gen._eval_index_expr(ToValue()(dim), to_env(env)));
+      },
+      "dim_expr"_a.none(), "env"_a.none());
   // A Python face of the generator's one evaluator; faces compare equal when
   // they stand for the same evaluator.
   cls.def_prop_ro("_expr_evaluator", [](PyGenerator& g) -> nb::object {
@@ -333,20 +340,20 @@ void bind_generator(nb::module_& m) {
   });
   cls.def("_not_found_error", [](PyGenerator&, std::string what, nb::handle name) {
     return semantic_error_instance(Generator::_not_found_error(what, nb::str(name).c_str()).what());
-  });
+  }, "what"_a, "name"_a.none());
   cls.def("_unsupported_type_error", [](PyGenerator&, std::string what, nb::handle detail) {
     return semantic_error_instance(Generator::_unsupported_type_error(what, nb::str(detail).c_str()).what());
-  });
+  }, "what"_a, "detail"_a.none());
   cls.def("_unsupported_operator_error", [](PyGenerator&, std::string context, nb::handle op) {
     return semantic_error_instance(Generator::_unsupported_operator_error(context, nb::str(op).c_str()).what());
-  });
+  }, "context"_a, "op"_a.none());
   cls.def(
       "_find_decl",
       [](PyGenerator& g, std::string name, nb::handle decl_type) {
         const auto type = optional_str(decl_type);
         return decl_or_none(g.core()._find_decl(name, type ? &*type : nullptr));
       },
-      "name"_a, "decl_type"_a = nb::none());
+      "name"_a, "decl_type"_a.none() = nb::none());
   cls.def(
       "_find_decls",
       [](PyGenerator& g, std::string name, nb::handle decl_type) {
@@ -355,7 +362,7 @@ void bind_generator(nb::module_& m) {
         for (const MapPtr& d : g.core()._find_decls(name, type ? &*type : nullptr)) out.append(decl_or_none(d));
         return out;
       },
-      "name"_a, "decl_type"_a = nb::none());
+      "name"_a, "decl_type"_a.none() = nb::none());
   cls.def(
       "_lookup_var_or_param",
       [](PyGenerator& g, std::string name, nb::handle indices, nb::handle env, bool default_zero) {
@@ -367,17 +374,26 @@ void bind_generator(nb::module_& m) {
                                                          default_zero);
         return lookup_to_python(r);
       },
-      "name"_a, "indices"_a = nb::none(), "env"_a = nb::none(), "default_zero_if_missing"_a = false);
-  cls.def("_eval_index", [](PyGenerator& g, nb::handle idx, nb::handle env) {
-    Generator& gen = g.core();
-    return ToPython()(gen._eval_index(ToValue()(idx), to_env(env)));
-  });
-  cls.def("_convert_flat_kv_to_dict", [](PyGenerator& g, nb::handle data) -> nb::object {
-    const auto converted = g.core()._convert_flat_kv_to_dict(ToValue()(data));
-    return converted ? ToPython()(Value::map(*converted)) : nb::none();
-  });
-  cls.def("_eval_bound", [](PyGenerator& g, nb::handle expr) { return ToPython()(g.core()._eval_bound(ToValue()(expr))); });
-  cls.def_static("normalize_index", [](nb::handle idx) { return ToPython()(normalize_index(ToValue()(idx))); });
+      "name"_a, "indices"_a.none() = nb::none(), "env"_a.none() = nb::none(), "default_zero_if_missing"_a = false);
+  cls.def(
+      "_eval_index",
+      [](PyGenerator& g, nb::handle idx, nb::handle env) {
+        Generator& gen = g.core();
+        return ToPython()(gen._eval_index(ToValue()(idx), to_env(env)));
+      },
+      "idx"_a.none(), "env"_a.none());
+  cls.def(
+      "_convert_flat_kv_to_dict",
+      [](PyGenerator& g, nb::handle data) -> nb::object {
+        const auto converted = g.core()._convert_flat_kv_to_dict(ToValue()(data));
+        return converted ? ToPython()(Value::map(*converted)) : nb::none();
+      },
+      "param_data"_a.none());
+  cls.def(
+      "_eval_bound", [](PyGenerator& g, nb::handle expr) { return ToPython()(g.core()._eval_bound(ToValue()(expr))); },
+      "expr"_a.none());
+  cls.def_static(
+      "normalize_index", [](nb::handle idx) { return ToPython()(normalize_index(ToValue()(idx))); }, "idx"_a.none());
   cls.def(
       "_format_varname",
       [](PyGenerator& g, std::string base, nb::handle indices, bool is_tuple_indexed) {
@@ -397,14 +413,14 @@ void bind_generator(nb::module_& m) {
         };
         return gen._multi_indexed_var_name(node, to_env(env), &callback);
       },
-      "expr"_a, "env"_a, "eval_index_expr"_a = nb::none());
+      "expr"_a.none(), "env"_a.none(), "eval_index_expr"_a.none() = nb::none());
   cls.def(
       "_add_variable",
       [](PyGenerator& g, std::string base, nb::handle lower, nb::handle upper) {
         auto [name, column] = g.core()._add_variable(base, ToValue()(lower), ToValue()(upper));
         return nb::make_tuple(name, column);
       },
-      "base_name"_a, "lower"_a = 0.0, "upper"_a = 1.0);
+      "base_name"_a, "lower"_a.none() = 0.0, "upper"_a.none() = 1.0);
   cls.def("_ensure_aux_binary", [](PyGenerator& g, std::string base) { return g.core()._ensure_aux_binary(base); });
 }
 
@@ -430,11 +446,14 @@ void bind_evaluator(nb::module_& m) {
         const Env scope = to_env(env);
         return ToPython().result(ev.eval(node, &scope));
       },
-      "expr"_a, "env"_a = nb::none());
-  cls.def("_eval_index_expr", [](PyEvaluator& e, nb::handle dim, nb::handle env) {
-    ExpressionEvaluator& ev = e.core();
-    return ToPython().result(ev._eval_index_expr(ToValue()(dim), to_env(env)));
-  });
+      "expr"_a.none(), "env"_a.none() = nb::none());
+  cls.def(
+      "_eval_index_expr",
+      [](PyEvaluator& e, nb::handle dim, nb::handle env) {
+        ExpressionEvaluator& ev = e.core();
+        return ToPython().result(ev._eval_index_expr(ToValue()(dim), to_env(env)));
+      },
+      "dim_expr"_a.none(), "env"_a.none());
 }
 
 }  // namespace

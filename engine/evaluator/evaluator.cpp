@@ -21,19 +21,19 @@ const std::unordered_map<std::string_view, Handler>& handler_table() {
       {"name", &E::_eval_name},
       {"binop", &E::_eval_binop},
       {"uminus", &E::_eval_uminus},
-      {"minl", &E::_eval_not_yet_supported},
-      {"maxl", &E::_eval_not_yet_supported},
-      {"conditional", &E::_eval_not_yet_supported},
+      {"minl", &E::_eval_minl},
+      {"maxl", &E::_eval_maxl},
+      {"conditional", &E::_eval_conditional},
       {"sum", &E::_eval_not_yet_supported},
-      {"parenthesized_expression", &E::_eval_not_yet_supported},
-      {"not", &E::_eval_not_yet_supported},
-      {"and", &E::_eval_not_yet_supported},
-      {"or", &E::_eval_not_yet_supported},
-      {"tuple_literal", &E::_eval_not_yet_supported},
-      {"field_access", &E::_eval_not_yet_supported},
+      {"parenthesized_expression", &E::_eval_parenthesized_expression},
+      {"not", &E::_eval_not},
+      {"and", &E::_eval_and},
+      {"or", &E::_eval_or},
+      {"tuple_literal", &E::_eval_tuple_literal},
+      {"field_access", &E::_eval_field_access},
       {"indexed_name", &E::_eval_not_yet_supported},
-      {"index_expr", &E::_eval_not_yet_supported},
-      {"name_reference_index", &E::_eval_not_yet_supported},
+      {"index_expr", &E::_eval_index_expr},
+      {"name_reference_index", &E::_eval_name_reference_index},
   };
   return kTable;
 }
@@ -45,21 +45,6 @@ std::string env_text(const Env* env) {
 // Python's type() of the evaluated pair's value part, for the debug lines.
 std::string val_class_text(const Value& v) { return class_text(v); }
 
-class DepthGuard {
- public:
-  DepthGuard(int& depth, int limit) : depth_(depth) {
-    if (++depth_ > limit) {
-      --depth_;
-      raise(ErrorKind::kRecursion, "expression nested deeper than " + std::to_string(limit) + " levels");
-    }
-  }
-  DepthGuard(const DepthGuard&) = delete;
-  DepthGuard& operator=(const DepthGuard&) = delete;
-  ~DepthGuard() { --depth_; }
-
- private:
-  int& depth_;
-};
 
 }  // namespace
 
@@ -137,7 +122,8 @@ EvalResult ExpressionEvaluator::_handle_literal_fallback(const std::string& type
   // This path skips the int-to-float step: an integer index literal stays an int.
   if (type == "number_literal_index") return EvalResult::constant(node.at("value"));
   if (type == "boolean_literal") return _eval_boolean_literal(expr, env);
-  if (type == "conditional" || type == "tuple_literal") return _eval_not_yet_supported(expr, env);
+  if (type == "conditional") return _eval_conditional(expr, env);
+  if (type == "tuple_literal") return _eval_tuple_literal(expr, env);
   if (type == "string_literal") return EvalResult::constant(node.at("value"));
   raise(ErrorKind::kNotImplemented,
         "Expression type '" + py_str(node.get("type")) + "' is not supported by the SciPy code generator.");
@@ -176,12 +162,6 @@ EvalResult ExpressionEvaluator::_eval_name(const Value& expr, const Env& env) {
   }
   if (!found.is_symbolic) return EvalResult::constant(found.val);
   raise_semantic("Unresolved name '" + name + "' in expression (missing parameter or variable)");
-}
-
-EvalResult ExpressionEvaluator::_eval_index_expr(const Value& dim_expr, const Env& /*env*/) {
-  const Value type = dim_expr.is_map() ? dim_expr.as_map()->get("type") : Value();
-  raise(ErrorKind::kNotImplemented,
-        "Index expression of type '" + py_str(type) + "' is not supported by this build of the generator yet.");
 }
 
 EvalResult ExpressionEvaluator::_eval_not_yet_supported(const Value& expr, const Env& /*env*/) {

@@ -3,6 +3,8 @@
 #include <string>
 #include <string_view>
 
+#include "model/error.hpp"
+
 #include "evaluator/eval_result.hpp"
 #include "generator/generator.hpp"
 
@@ -11,6 +13,24 @@ namespace kolva {
 // Reduces an expression node and an Env to a linear part over decision
 // variables and a constant part. Holds no state of its own beyond the link to
 // its generator and two depth counters.
+// Counts nesting on entry and refuses to go deeper than `limit`, so that deep
+// input fails cleanly instead of exhausting the C++ stack.
+class DepthGuard {
+ public:
+  DepthGuard(int& depth, int limit) : depth_(depth) {
+    if (++depth_ > limit) {
+      --depth_;
+      raise(ErrorKind::kRecursion, "expression nested deeper than " + std::to_string(limit) + " levels");
+    }
+  }
+  DepthGuard(const DepthGuard&) = delete;
+  DepthGuard& operator=(const DepthGuard&) = delete;
+  ~DepthGuard() { --depth_; }
+
+ private:
+  int& depth_;
+};
+
 class ExpressionEvaluator {
  public:
   explicit ExpressionEvaluator(Generator& parent) : parent_(parent) {}
@@ -41,13 +61,32 @@ class ExpressionEvaluator {
   EvalResult _handle_binop_cmp(const Value& left, const Value& right, const std::string& op,
                                const Env& env);
 
-  // Handlers of sums, logic, tuples and indexed names; not in this build yet.
+  // Aggregates, conditionals and logic.
+  EvalResult _eval_minl(const Value& expr, const Env& env);
+  EvalResult _eval_maxl(const Value& expr, const Env& env);
+  EvalResult _eval_conditional(const Value& expr, const Env& env);
+  EvalResult _eval_parenthesized_expression(const Value& expr, const Env& env);
+  EvalResult _eval_not(const Value& expr, const Env& env);
+  EvalResult _eval_and(const Value& expr, const Env& env);
+  EvalResult _eval_or(const Value& expr, const Env& env);
+
+  // Tuples, fields and name references.
+  EvalResult _eval_tuple_literal(const Value& expr, const Env& env);
+  EvalResult _eval_field_access(const Value& expr, const Env& env);
+  EvalResult _eval_name_reference_index(const Value& expr, const Env& env);
+
+  // Sums and indexed names need iterator expansion, which this build does
+  // not have yet: they fail with NotImplementedError naming the node type.
   EvalResult _eval_not_yet_supported(const Value& expr, const Env& env);
 
  private:
   // Deeper nesting than this is refused instead of exhausting the C++ stack.
   static constexpr int kMaxDepth = 2000;
 
+  EvalResult eval_aggregate(const Value& expr, const Env& env, bool take_max);
+  EvalResult eval_connective(const Value& expr, const Env& env, bool is_and);
+  Value tuple_member(const Value& e, const Env& env);
+  Value index_tuple_member(const Value& e, const Env& env);
   EvalResult eval_equality(const Value& left, const Value& right, const Env& env);
   EvalResult dispatch(const std::string& type, const Value& expr, const Env& env);
   EvalResult checked_result(const std::string& type, EvalResult result);

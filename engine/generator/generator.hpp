@@ -92,6 +92,8 @@ class Generator {
   Value _eval_index(const Value& idx, const Env& env);
   std::optional<MapPtr> _convert_flat_kv_to_dict(const Value& param_data) const;
   Value _eval_bound(const Value& expr);
+  // A field of a tuple (or map) by its tuple type; None when unknown.
+  Value _resolve_tuple_field(const Value& tuple_type, const Value& field, const Value& tuple_val);
 
   // --- variable names (variables/) ---
   std::string _format_varname(const std::string& base, const ValueVec& indices,

@@ -1,0 +1,5 @@
+import sys
+
+from kolva.cli import main
+
+sys.exit(main())
