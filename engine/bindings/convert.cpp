@@ -47,8 +47,9 @@ Value ToValue::convert(PyObject* obj, int depth) {
     if (d == -1.0 && PyErr_Occurred() != nullptr) throw nb::python_error();
     return Value::real(d);
   }
-  raise(ErrorKind::kType, "unsupported value of type '" + python_type_name(obj) +
-                              "' in the model or data (expected None, bool, int, float, str, tuple, list or dict)");
+  raise(ErrorKind::kType,
+        "unsupported value of type '" + python_type_name(obj) +
+            "' in the model or data (expected None, bool, int, float, str, tuple, list or dict)");
 }
 
 Value ToValue::convert_container(PyObject* obj, int depth) {
@@ -123,7 +124,8 @@ nb::object ToPython::operator()(const Value& v) {
 
 nb::object ToPython::coef(const CoefDict& coef) {
   nb::dict d;
-  for (const CoefDict::Item& item : coef.items()) d[nb::str(item.first.c_str(), item.first.size())] = item.second;
+  for (const CoefDict::Item& item : coef.items())
+    d[nb::str(item.first.c_str(), item.first.size())] = item.second;
   return d;
 }
 
@@ -135,7 +137,8 @@ nb::object ToPython::result(const EvalResult& r) {
 MapPtr to_map_or_empty(nb::handle obj, const char* what) {
   if (obj.is_none()) return make_map();
   if (!PyDict_Check(obj.ptr())) {
-    raise(ErrorKind::kType, std::string(what) + " must be a dict or None, not '" + python_type_name(obj.ptr()) + "'");
+    raise(ErrorKind::kType,
+          std::string(what) + " must be a dict or None, not '" + python_type_name(obj.ptr()) + "'");
   }
   return ToValue()(obj).as_map();
 }

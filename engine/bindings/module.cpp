@@ -172,7 +172,9 @@ nb::object lookup_to_python(const LookupResult& r) {
   return nb::make_tuple(r.is_var, ToPython()(r.val), r.is_symbolic);
 }
 
-nb::object decl_or_none(const MapPtr& decl) { return decl == nullptr ? nb::none() : ToPython()(Value::map(decl)); }
+nb::object decl_or_none(const MapPtr& decl) {
+  return decl == nullptr ? nb::none() : ToPython()(Value::map(decl));
+}
 
 std::optional<std::string> optional_str(nb::handle h) {
   if (h.is_none()) return std::nullopt;
@@ -183,27 +185,35 @@ void bind_value_hooks(nb::module_& m) {
   m.def("_value_repr", [](nb::handle v) { return py_repr(ToValue()(v)); }, "v"_a.none());
   m.def("_value_str", [](nb::handle v) { return py_str(ToValue()(v)); }, "v"_a.none());
   m.def("_value_roundtrip", [](nb::handle v) { return ToPython()(ToValue()(v)); }, "v"_a.none());
-  m.def("_value_eq", [](nb::handle a, nb::handle b) { return py_eq(ToValue()(a), ToValue()(b)); }, "a"_a.none(), "b"_a.none());
-  m.def("_value_lt", [](nb::handle a, nb::handle b) { return py_lt(ToValue()(a), ToValue()(b)); }, "a"_a.none(), "b"_a.none());
+  m.def(
+      "_value_eq", [](nb::handle a, nb::handle b) { return py_eq(ToValue()(a), ToValue()(b)); }, "a"_a.none(),
+      "b"_a.none());
+  m.def(
+      "_value_lt", [](nb::handle a, nb::handle b) { return py_lt(ToValue()(a), ToValue()(b)); }, "a"_a.none(),
+      "b"_a.none());
   m.def("_value_truth", [](nb::handle v) { return py_truth(ToValue()(v)); }, "v"_a.none());
-  m.def("_get_tuple_set", [](std::string name, nb::handle ast, nb::handle data) {
-    const MapPtr root = to_map_or_empty(ast, "ast");
-    const MapPtr values = to_map_or_empty(data, "data_dict");
-    ToPython py;
-    nb::list out;
-    for (const Value& member : get_tuple_set(name, *root, *values)) out.append(py(member));
-    return out;
-  }, "set_name"_a, "ast"_a.none(), "data_dict"_a.none());
-  m.def("_value_hash_equal",
-        [](nb::handle a, nb::handle b) { return py_hash(ToValue()(a)) == py_hash(ToValue()(b)); }, "a"_a.none(),
-        "b"_a.none());
+  m.def(
+      "_get_tuple_set",
+      [](const std::string& name, nb::handle ast, nb::handle data) {
+        const MapPtr root = to_map_or_empty(ast, "ast");
+        const MapPtr values = to_map_or_empty(data, "data_dict");
+        ToPython py;
+        nb::list out;
+        for (const Value& member : get_tuple_set(name, *root, *values)) out.append(py(member));
+        return out;
+      },
+      "set_name"_a, "ast"_a.none(), "data_dict"_a.none());
+  m.def(
+      "_value_hash_equal",
+      [](nb::handle a, nb::handle b) { return py_hash(ToValue()(a)) == py_hash(ToValue()(b)); }, "a"_a.none(),
+      "b"_a.none());
 }
 
 void bind_generator(nb::module_& m) {
   nb::class_<PyGenerator> cls(m, "_Generator", nb::dynamic_attr());
   cls.def(
       "__init__",
-      [](PyGenerator* self, nb::handle ast, nb::handle data_dict, nb::object logger) {
+      [](PyGenerator* self, nb::handle ast, nb::handle data_dict, const nb::object& logger) {
         if (!PyDict_Check(ast.ptr())) raise(ErrorKind::kType, "ast must be a dict");
         ToValue to_value;
         MapPtr root = to_value(ast).as_map();
@@ -265,8 +275,10 @@ void bind_generator(nb::module_& m) {
     }
     return string_list(*g.gen->aux_created);
   });
-  cls.def_prop_ro("_collected_lbs", [](PyGenerator& g) { return ToPython()(Value::map(g.gen->collected_lbs)); });
-  cls.def_prop_ro("_collected_ubs", [](PyGenerator& g) { return ToPython()(Value::map(g.gen->collected_ubs)); });
+  cls.def_prop_ro("_collected_lbs",
+                  [](PyGenerator& g) { return ToPython()(Value::map(g.gen->collected_lbs)); });
+  cls.def_prop_ro("_collected_ubs",
+                  [](PyGenerator& g) { return ToPython()(Value::map(g.gen->collected_ubs)); });
   cls.def_prop_ro("lower_bounds", [](PyGenerator& g) {
     ToPython py;
     nb::list out;
@@ -281,7 +293,7 @@ void bind_generator(nb::module_& m) {
   });
   cls.def_prop_rw(
       "results_varname", [](PyGenerator& g) { return g.gen->results_varname; },
-      [](PyGenerator& g, std::string v) { g.gen->results_varname = std::move(v); });
+      [](PyGenerator& g, const std::string& v) { g.gen->results_varname = std::move(v); });
   cls.def_prop_rw(
       "indent_level", [](PyGenerator& g) { return g.gen->indent_level; },
       [](PyGenerator& g, std::int64_t v) { g.gen->indent_level = v; });
@@ -302,10 +314,13 @@ void bind_generator(nb::module_& m) {
   cls.def("_build_variables", [](PyGenerator& g) { g.core()._build_variables(); });
   cls.def("_build_objective", [](PyGenerator& g) { g.core()._build_objective(); });
   cls.def("_build_constraints", [](PyGenerator& g) { g.core()._build_constraints(); });
-  cls.def("_apply_top_level_binary_assignments", [](PyGenerator& g) { g.core()._apply_top_level_binary_assignments(); });
+  cls.def("_apply_top_level_binary_assignments",
+          [](PyGenerator& g) { g.core()._apply_top_level_binary_assignments(); });
   cls.def("_reconcile_problem_metadata", [](PyGenerator& g) { g.core()._reconcile_problem_metadata(); });
-  cls.def("_refresh_problem_metadata_code_lines", [](PyGenerator& g) { g.core()._refresh_problem_metadata_code_lines(); });
-  cls.def("_snapshot_linear_problem", [](PyGenerator& g) { return problem_to_python(g.core()._snapshot_linear_problem()); });
+  cls.def("_refresh_problem_metadata_code_lines",
+          [](PyGenerator& g) { g.core()._refresh_problem_metadata_code_lines(); });
+  cls.def("_snapshot_linear_problem",
+          [](PyGenerator& g) { return problem_to_python(g.core()._snapshot_linear_problem()); });
 
   // Helpers, reachable so behaviour can be tested where it is defined.
   cls.def("_indent", [](PyGenerator& g) { return g.core()._indent(); });
@@ -338,43 +353,56 @@ void bind_generator(nb::module_& m) {
     }
     return nb::cast(PyEvaluator{nb::find(&g), nullptr, &g.gen->evaluator()}, nb::rv_policy::move);
   });
-  cls.def("_not_found_error", [](PyGenerator&, std::string what, nb::handle name) {
-    return semantic_error_instance(Generator::_not_found_error(what, nb::str(name).c_str()).what());
-  }, "what"_a, "name"_a.none());
-  cls.def("_unsupported_type_error", [](PyGenerator&, std::string what, nb::handle detail) {
-    return semantic_error_instance(Generator::_unsupported_type_error(what, nb::str(detail).c_str()).what());
-  }, "what"_a, "detail"_a.none());
-  cls.def("_unsupported_operator_error", [](PyGenerator&, std::string context, nb::handle op) {
-    return semantic_error_instance(Generator::_unsupported_operator_error(context, nb::str(op).c_str()).what());
-  }, "context"_a, "op"_a.none());
+  cls.def(
+      "_not_found_error",
+      [](PyGenerator&, const std::string& what, nb::handle name) {
+        return semantic_error_instance(Generator::_not_found_error(what, nb::str(name).c_str()).what());
+      },
+      "what"_a, "name"_a.none());
+  cls.def(
+      "_unsupported_type_error",
+      [](PyGenerator&, const std::string& what, nb::handle detail) {
+        return semantic_error_instance(
+            Generator::_unsupported_type_error(what, nb::str(detail).c_str()).what());
+      },
+      "what"_a, "detail"_a.none());
+  cls.def(
+      "_unsupported_operator_error",
+      [](PyGenerator&, const std::string& context, nb::handle op) {
+        return semantic_error_instance(
+            Generator::_unsupported_operator_error(context, nb::str(op).c_str()).what());
+      },
+      "context"_a, "op"_a.none());
   cls.def(
       "_find_decl",
-      [](PyGenerator& g, std::string name, nb::handle decl_type) {
+      [](PyGenerator& g, const std::string& name, nb::handle decl_type) {
         const auto type = optional_str(decl_type);
         return decl_or_none(g.core()._find_decl(name, type ? &*type : nullptr));
       },
       "name"_a, "decl_type"_a.none() = nb::none());
   cls.def(
       "_find_decls",
-      [](PyGenerator& g, std::string name, nb::handle decl_type) {
+      [](PyGenerator& g, const std::string& name, nb::handle decl_type) {
         const auto type = optional_str(decl_type);
         nb::list out;
-        for (const MapPtr& d : g.core()._find_decls(name, type ? &*type : nullptr)) out.append(decl_or_none(d));
+        for (const MapPtr& d : g.core()._find_decls(name, type ? &*type : nullptr))
+          out.append(decl_or_none(d));
         return out;
       },
       "name"_a, "decl_type"_a.none() = nb::none());
   cls.def(
       "_lookup_var_or_param",
-      [](PyGenerator& g, std::string name, nb::handle indices, nb::handle env, bool default_zero) {
+      [](PyGenerator& g, const std::string& name, nb::handle indices, nb::handle env, bool default_zero) {
         Generator& gen = g.core();
         std::optional<ValueVec> idx;
         if (!indices.is_none()) idx = to_value_list(indices, "indices");
         const std::optional<Env> scope = env.is_none() ? std::nullopt : std::optional<Env>(to_env(env));
-        const LookupResult r = gen._lookup_var_or_param(name, idx ? &*idx : nullptr, scope ? &*scope : nullptr,
-                                                         default_zero);
+        const LookupResult r =
+            gen._lookup_var_or_param(name, idx ? &*idx : nullptr, scope ? &*scope : nullptr, default_zero);
         return lookup_to_python(r);
       },
-      "name"_a, "indices"_a.none() = nb::none(), "env"_a.none() = nb::none(), "default_zero_if_missing"_a = false);
+      "name"_a, "indices"_a.none() = nb::none(), "env"_a.none() = nb::none(),
+      "default_zero_if_missing"_a = false);
   cls.def(
       "_eval_index",
       [](PyGenerator& g, nb::handle idx, nb::handle env) {
@@ -390,13 +418,15 @@ void bind_generator(nb::module_& m) {
       },
       "param_data"_a.none());
   cls.def(
-      "_eval_bound", [](PyGenerator& g, nb::handle expr) { return ToPython()(g.core()._eval_bound(ToValue()(expr))); },
+      "_eval_bound",
+      [](PyGenerator& g, nb::handle expr) { return ToPython()(g.core()._eval_bound(ToValue()(expr))); },
       "expr"_a.none());
   cls.def_static(
-      "normalize_index", [](nb::handle idx) { return ToPython()(normalize_index(ToValue()(idx))); }, "idx"_a.none());
+      "normalize_index", [](nb::handle idx) { return ToPython()(normalize_index(ToValue()(idx))); },
+      "idx"_a.none());
   cls.def(
       "_format_varname",
-      [](PyGenerator& g, std::string base, nb::handle indices, bool is_tuple_indexed) {
+      [](PyGenerator& g, const std::string& base, nb::handle indices, bool is_tuple_indexed) {
         return g.core()._format_varname(base, to_value_list(indices, "indices"), is_tuple_indexed);
       },
       "base"_a, "indices"_a, "is_tuple_indexed"_a = false);
@@ -409,19 +439,21 @@ void bind_generator(nb::module_& m) {
         if (eval_index_expr.is_none()) return gen._multi_indexed_var_name(node, to_env(env), nullptr);
         const IndexEvaluator callback = [eval_index_expr](const Value& dim, const Map& scope) {
           ToPython py;
-          return ToValue()(nb::borrow(eval_index_expr)(py(dim), py(Value::map(std::make_shared<Map>(scope)))));
+          return ToValue()(
+              nb::borrow(eval_index_expr)(py(dim), py(Value::map(std::make_shared<Map>(scope)))));
         };
         return gen._multi_indexed_var_name(node, to_env(env), &callback);
       },
       "expr"_a.none(), "env"_a.none(), "eval_index_expr"_a.none() = nb::none());
   cls.def(
       "_add_variable",
-      [](PyGenerator& g, std::string base, nb::handle lower, nb::handle upper) {
+      [](PyGenerator& g, const std::string& base, nb::handle lower, nb::handle upper) {
         auto [name, column] = g.core()._add_variable(base, ToValue()(lower), ToValue()(upper));
         return nb::make_tuple(name, column);
       },
       "base_name"_a, "lower"_a.none() = 0.0, "upper"_a.none() = 1.0);
-  cls.def("_ensure_aux_binary", [](PyGenerator& g, std::string base) { return g.core()._ensure_aux_binary(base); });
+  cls.def("_ensure_aux_binary",
+          [](PyGenerator& g, const std::string& base) { return g.core()._ensure_aux_binary(base); });
 }
 
 void bind_evaluator(nb::module_& m) {
@@ -462,8 +494,10 @@ void bind_evaluator(nb::module_& m) {
 
 NB_MODULE(_engine, m) {
   using namespace kolva::bindings;
-  g_semantic_error = nb::object(nb::module_::import_("kolva.semantic_error").attr("SemanticError")).release().ptr();
-  g_linear_problem = nb::object(nb::module_::import_("kolva.linear_problem").attr("LinearProblem")).release().ptr();
+  g_semantic_error =
+      nb::object(nb::module_::import_("kolva.semantic_error").attr("SemanticError")).release().ptr();
+  g_linear_problem =
+      nb::object(nb::module_::import_("kolva.linear_problem").attr("LinearProblem")).release().ptr();
   nb::register_exception_translator(translate_error);
   m.attr("BIG_M_DEFAULT") = kolva::kBigMDefault;
   m.attr("BOOL_EPS") = kolva::kBoolEps;

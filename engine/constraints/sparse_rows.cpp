@@ -1,9 +1,10 @@
 #include "constraints/sparse_rows.hpp"
 
+#include <utility>
+
 namespace kolva {
 
-void SparseRows::append(std::size_t width,
-                        const std::vector<std::pair<std::int64_t, double>>& entries) {
+void SparseRows::append(std::size_t width, const std::vector<std::pair<std::int64_t, double>>& entries) {
   for (const auto& [col, val] : entries) {
     cols_.push_back(col);
     vals_.push_back(val);
@@ -33,7 +34,7 @@ std::vector<double> SparseRows::dense_row(std::size_t row) const {
 
 double SparseRows::at(std::size_t row, std::size_t col) const {
   for (std::size_t k = starts_[row]; k < starts_[row + 1]; ++k) {
-    if (static_cast<std::size_t>(cols_[k]) == col) return vals_[k];
+    if (std::cmp_equal(cols_[k], col)) return vals_[k];
   }
   return 0.0;
 }

@@ -3,6 +3,7 @@
 #include <cctype>
 #include <charconv>
 #include <cmath>
+#include <exception>
 #include <memory>
 #include <string>
 #include <vector>
@@ -22,7 +23,7 @@ struct Token {
 };
 
 // A failed parse or evaluation; always caught inside this file.
-struct Reject {};
+struct Reject : std::exception {};
 
 bool is_name_start(unsigned char c) { return std::isalpha(c) != 0 || c == '_' || c >= 0x80; }
 bool is_name_char(unsigned char c) { return is_name_start(c) || std::isdigit(c) != 0; }
@@ -44,16 +45,16 @@ class Lexer {
 
  private:
   void skip_space() {
-    while (i_ < s_.size() && (s_[i_] == ' ' || s_[i_] == '\t' || s_[i_] == '\n' || s_[i_] == '\r' ||
-                              s_[i_] == '\f')) {
+    while (i_ < s_.size() &&
+           (s_[i_] == ' ' || s_[i_] == '\t' || s_[i_] == '\n' || s_[i_] == '\r' || s_[i_] == '\f')) {
       ++i_;
     }
   }
 
   Token next() {
     const auto c = static_cast<unsigned char>(s_[i_]);
-    if (std::isdigit(c) != 0 || (c == '.' && i_ + 1 < s_.size() &&
-                                 std::isdigit(static_cast<unsigned char>(s_[i_ + 1])) != 0)) {
+    if (std::isdigit(c) != 0 ||
+        (c == '.' && i_ + 1 < s_.size() && std::isdigit(static_cast<unsigned char>(s_[i_ + 1])) != 0)) {
       return number();
     }
     if (c == '\'' || c == '"') return string_literal();
@@ -158,15 +159,33 @@ class Lexer {
       if (i_ >= s_.size()) throw Reject{};
       const char esc = s_[i_++];
       switch (esc) {
-        case 'n': out.push_back('\n'); break;
-        case 't': out.push_back('\t'); break;
-        case 'r': out.push_back('\r'); break;
-        case '0': out.push_back('\0'); break;
-        case '\\': out.push_back('\\'); break;
-        case '\'': out.push_back('\''); break;
-        case '"': out.push_back('"'); break;
-        case 'x': append_utf8(out, hex_digits(2)); break;
-        case 'u': append_utf8(out, hex_digits(4)); break;
+        case 'n':
+          out.push_back('\n');
+          break;
+        case 't':
+          out.push_back('\t');
+          break;
+        case 'r':
+          out.push_back('\r');
+          break;
+        case '0':
+          out.push_back('\0');
+          break;
+        case '\\':
+          out.push_back('\\');
+          break;
+        case '\'':
+          out.push_back('\'');
+          break;
+        case '"':
+          out.push_back('"');
+          break;
+        case 'x':
+          append_utf8(out, hex_digits(2));
+          break;
+        case 'u':
+          append_utf8(out, hex_digits(4));
+          break;
         case 'U': {
           const std::uint32_t cp = hex_digits(8);
           if (cp > 0x10FFFF) throw Reject{};
@@ -222,8 +241,8 @@ class Parser {
   bool starts_expr() const {
     const Token& t = peek();
     return t.kind == Tok::kNumber || t.kind == Tok::kString || t.kind == Tok::kName ||
-           (t.kind == Tok::kOp && (t.text == "(" || t.text == "[" || t.text == "-" ||
-                                   t.text == "+" || t.text == "~"));
+           (t.kind == Tok::kOp &&
+            (t.text == "(" || t.text == "[" || t.text == "-" || t.text == "+" || t.text == "~"));
   }
 
   // a, b, c  -> tuple when a comma is present

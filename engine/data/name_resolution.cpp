@@ -26,9 +26,7 @@ bool has_type(const Map& node, std::string_view type) {
 
 bool is_key_like(const Value& v) { return v.is_sequence() || v.is_str(); }
 
-Value as_key(const Value& v) {
-  return v.is_sequence() ? Value::tuple(v.items()) : v;
-}
+Value as_key(const Value& v) { return v.is_sequence() ? Value::tuple(v.items()) : v; }
 
 // [k1, v1, k2, v2, ...] or [[k1, v1], ...] with keys that can name an entry
 // and numeric values; null when the list is not of that shape. The tests stop
@@ -64,8 +62,8 @@ std::string keys_text(const Map& map) {
 
 }  // namespace
 
-LookupResult Generator::_lookup_var_or_param(const std::string& name, const ValueVec* indices,
-                                             const Env* env, bool default_zero_if_missing) {
+LookupResult Generator::_lookup_var_or_param(const std::string& name, const ValueVec* indices, const Env* env,
+                                             bool default_zero_if_missing) {
   const Env empty;
   const Env& scope = env != nullptr ? *env : empty;
   if (indices == nullptr) {
@@ -92,12 +90,11 @@ LookupResult Generator::_lookup_var_or_param(const std::string& name, const Valu
     if (i > 0) symbolic += "][";
     append_str(symbolic, (*indices)[i]);
   }
-  symbolic += "]";
+  symbolic += ']';
   return {false, Value::str(symbolic), true};
 }
 
-std::optional<LookupResult> Generator::_resolve_variable(const std::string& name,
-                                                         const ValueVec* indices) {
+std::optional<LookupResult> Generator::_resolve_variable(const std::string& name, const ValueVec* indices) {
   if (indices == nullptr) {
     if (var_indices.contains(name)) {
       log_.debug([&] { return "[resolve_variable] Found scalar variable: " + name; });
@@ -111,11 +108,12 @@ std::optional<LookupResult> Generator::_resolve_variable(const std::string& name
   for (const Value& idx : *indices) norm_indices.push_back(normalize_integral(idx));
   std::string vname = name + "_";
   for (std::size_t i = 0; i < norm_indices.size(); ++i) {
-    if (i > 0) vname += "_";
+    if (i > 0) vname += '_';
     append_str(vname, norm_indices[i]);
   }
   log_.debug([&] {
-    return "[resolve_variable] Trying indexed variable: " + vname + " (indices=" + repr_list(norm_indices) + ")";
+    return "[resolve_variable] Trying indexed variable: " + vname + " (indices=" + repr_list(norm_indices) +
+           ")";
   });
   if (var_indices.contains(vname)) {
     log_.debug([&] { return "[resolve_variable] Found indexed variable: " + vname; });
@@ -140,7 +138,8 @@ std::optional<LookupResult> Generator::_resolve_variable(const std::string& name
     raise_semantic(msg);
   }
   log_.debug([&] {
-    return "[resolve_variable] Indexed variable not found: " + vname + " (indices=" + repr_list(*indices) + ")";
+    return "[resolve_variable] Indexed variable not found: " + vname + " (indices=" + repr_list(*indices) +
+           ")";
   });
   return std::nullopt;
 }
@@ -177,7 +176,8 @@ bool Generator::domain_check_fails(const std::string& name, const ValueVec& norm
       Value set_vals;
       if (const Value* entry = data_dict->find(set_name)) {
         set_vals = *entry;
-        if (entry->is_map() && entry->as_map()->contains("elements")) set_vals = entry->as_map()->at("elements");
+        if (entry->is_map() && entry->as_map()->contains("elements"))
+          set_vals = entry->as_map()->at("elements");
       } else if (const MapPtr set_decl = _find_decl(py_str(set_name))) {
         if (has_type(*set_decl, "typed_set")) {
           set_vals = set_decl->get("value");
@@ -198,8 +198,8 @@ bool Generator::domain_check_fails(const std::string& name, const ValueVec& norm
   return failed;
 }
 
-LookupResult Generator::_resolve_parameter(const std::string& name, const ValueVec* indices,
-                                           const Env& env, bool default_zero_if_missing) {
+LookupResult Generator::_resolve_parameter(const std::string& name, const ValueVec* indices, const Env& env,
+                                           bool default_zero_if_missing) {
   Value val = data_dict->contains(name + "__map") ? data_dict->at(name + "__map") : data_dict->get(name);
   if (val.is_list() && indices != nullptr) {
     try {
@@ -207,11 +207,11 @@ LookupResult Generator::_resolve_parameter(const std::string& name, const ValueV
         data_dict->set(name, Value::map(converted));
         val = Value::map(converted);
         log_.debug([&] {
-          return "[resolve_parameter] Converted flat KV list to dict for param '" + name + "': " + py_repr(val);
+          return "[resolve_parameter] Converted flat KV list to dict for param '" + name +
+                 "': " + py_repr(val);
         });
       }
-    } catch (const Error&) {
-      // A list that cannot become a map is looked up as a list.
+    } catch (const Error&) {  // NOLINT(bugprone-empty-catch): a list that cannot become a map stays a list
     }
   }
   log_.debug([&] {
@@ -234,7 +234,8 @@ LookupResult Generator::_resolve_parameter(const std::string& name, const ValueV
     log_.debug([&] { return "[resolve_parameter] Found scalar param: " + py_str(val); });
     return {false, Value::real(py_float(val)), false};
   }
-  log_.debug([&] { return "[resolve_parameter] Param not found: " + name + ", indices=" + indices_text(indices); });
+  log_.debug(
+      [&] { return "[resolve_parameter] Param not found: " + name + ", indices=" + indices_text(indices); });
   if (default_zero_if_missing) return {false, Value::real(0.0), false};
   raise_semantic(not_found_message(name, indices));
 }
@@ -274,7 +275,8 @@ Value Generator::resolve_scalar_data(const std::string& name, const ValueVec* in
   if (val.is_map() && val.as_map()->has_tuple_key()) {
     ValueVec evaluated;
     for (const Value& idx : *indices) evaluated.push_back(_eval_index(idx, env));
-    const Value key = evaluated.size() == 1 && evaluated[0].is_tuple() ? evaluated[0] : Value::tuple(evaluated);
+    const Value key =
+        evaluated.size() == 1 && evaluated[0].is_tuple() ? evaluated[0] : Value::tuple(evaluated);
     if (const Value* entry = val.as_map()->find(key)) return dispatch(*entry, true);
   }
   Value v = val;
@@ -287,7 +289,8 @@ Value Generator::resolve_scalar_data(const std::string& name, const ValueVec* in
     });
     if (v.is_map()) {
       log_.debug([&] {
-        return "[resolve_parameter] Dict lookup: v[" + py_str(idx_eval) + "] (keys=" + keys_text(*v.as_map()) + ")";
+        return "[resolve_parameter] Dict lookup: v[" + py_str(idx_eval) +
+               "] (keys=" + keys_text(*v.as_map()) + ")";
       });
       v = py_getitem(v, idx_eval);
       continue;
@@ -295,11 +298,12 @@ Value Generator::resolve_scalar_data(const std::string& name, const ValueVec* in
     idx_eval = idx_eval.is_float() ? normalize_integral(idx_eval) : idx_eval;
     if (!idx_eval.is_int_like()) {
       log_.debug([&] {
-        return "[resolve_parameter] Non-int index: idx_eval=" + py_str(idx_eval) + " (type=" + class_text(idx_eval) + ")";
+        return "[resolve_parameter] Non-int index: idx_eval=" + py_str(idx_eval) +
+               " (type=" + class_text(idx_eval) + ")";
       });
-      raise(ErrorKind::kValue, "Index '" + py_str(idx) + "' could not be resolved to int (got " + py_str(idx_eval) +
-                                   ") for param '" + name + "' with env=" +
-                                   py_repr(Value::map(std::make_shared<Map>(env))));
+      raise(ErrorKind::kValue, "Index '" + py_str(idx) + "' could not be resolved to int (got " +
+                                   py_str(idx_eval) + ") for param '" + name +
+                                   "' with env=" + py_repr(Value::map(std::make_shared<Map>(env))));
     }
     if (v.is_list()) {
       const std::int64_t start_idx = list_start_offset(name, i);
@@ -335,8 +339,7 @@ std::int64_t Generator::list_start_offset(const std::string& name, std::size_t p
         return py_int(_eval_bound(range->at("start")));
       }
     }
-  } catch (const Error&) {
-    // A declaration that cannot tell its start leaves the default.
+  } catch (const Error&) {  // NOLINT(bugprone-empty-catch): a declaration that cannot tell its start keeps 1
   }
   return 1;
 }
@@ -355,12 +358,12 @@ LookupResult Generator::_resolve_ast_parameter(const std::string& name, const Va
       for (const Value& idx : *indices) {
         const Value idx_eval = _eval_index(idx, empty);
         // Inline arrays are always 1-based.
-        v = v.is_list() && idx_eval.is_int_like() ? py_getitem(v, Value::integer(checked_sub(py_int(idx_eval), 1)))
-                                                  : py_getitem(v, idx_eval);
+        v = v.is_list() && idx_eval.is_int_like()
+                ? py_getitem(v, Value::integer(checked_sub(py_int(idx_eval), 1)))
+                : py_getitem(v, idx_eval);
       }
       if (v.is_number()) return {false, Value::real(py_float(v)), false};
-    } catch (const Error&) {
-      // This declaration cannot give the value; try the next one.
+    } catch (const Error&) {  // NOLINT(bugprone-empty-catch): this declaration cannot give it; try the next
     }
   }
   raise_semantic("AST parameter '" + name + "' with indices " + indices_text(indices) + " not found.");

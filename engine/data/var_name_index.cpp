@@ -11,12 +11,9 @@ std::string VarNameIndex::without_brackets(std::string_view text) {
   return out;
 }
 
-void VarNameIndex::add(const std::string& name) {
-  groups_[without_brackets(name)].push_back(name);
-}
+void VarNameIndex::add(const std::string& name) { groups_[without_brackets(name)].push_back(name); }
 
-const std::string* VarNameIndex::first_match(std::string_view prefix,
-                                             std::string_view probe) const {
+const std::string* VarNameIndex::first_match(std::string_view prefix, std::string_view probe) const {
   const auto it = groups_.find(without_brackets(probe));
   if (it == groups_.end()) return nullptr;
   for (const std::string& name : it->second) {

@@ -20,7 +20,7 @@ std::string symbolic(const Value& l, std::string_view op, const Value& r) {
   out += op;
   out += " (";
   append_str(out, r);
-  out += ")";
+  out += ')';
   return out;
 }
 
@@ -46,7 +46,8 @@ const std::string& node_name_value(const Value& operand, const Env& env, const V
   const Map& node = *operand.as_map();
   const Value* type = node.find("type");
   const Value* value = node.find("value");
-  if (type == nullptr || !type->is_str() || type->as_str() != "name" || value == nullptr || !value->is_str()) {
+  if (type == nullptr || !type->is_str() || type->as_str() != "name" || value == nullptr ||
+      !value->is_str()) {
     return kEmpty;
   }
   bound = env.find(value->as_str());
@@ -137,8 +138,10 @@ EvalResult ExpressionEvaluator::_handle_binop_mul(const Value& left, const Value
   const EvalResult r = eval(right, &env);
   // Text comes first, so a product of variables with a text constant does
   // not fail; its variables are dropped.
-  if (is_text_like(l.val) || is_text_like(r.val)) return EvalResult::constant(Value::str(symbolic(l.val, "*", r.val)));
-  if (l.has_vars() && r.has_vars()) throw Generator::_unsupported_type_error("nonlinear term", "variable * variable");
+  if (is_text_like(l.val) || is_text_like(r.val))
+    return EvalResult::constant(Value::str(symbolic(l.val, "*", r.val)));
+  if (l.has_vars() && r.has_vars())
+    throw Generator::_unsupported_type_error("nonlinear term", "variable * variable");
   refuse_marker(l, "*");
   refuse_marker(r, "*");
   EvalResult out;
@@ -160,7 +163,8 @@ EvalResult ExpressionEvaluator::_handle_binop_mul(const Value& left, const Value
 EvalResult ExpressionEvaluator::_handle_binop_div(const Value& left, const Value& right, const Env& env) {
   const EvalResult l = eval(left, &env);
   const EvalResult r = eval(right, &env);
-  if (is_text_like(l.val) || is_text_like(r.val)) return EvalResult::constant(Value::str(symbolic(l.val, "/", r.val)));
+  if (is_text_like(l.val) || is_text_like(r.val))
+    return EvalResult::constant(Value::str(symbolic(l.val, "/", r.val)));
   if (r.has_vars()) throw Generator::_unsupported_type_error("nonlinear term", "division by variable");
   refuse_marker(l, "/");
   double rc = 0.0;
@@ -178,8 +182,8 @@ EvalResult ExpressionEvaluator::_handle_binop_div(const Value& left, const Value
   return out;
 }
 
-EvalResult ExpressionEvaluator::_handle_binop_cmp(const Value& left, const Value& right, const std::string& op,
-                                                  const Env& env) {
+EvalResult ExpressionEvaluator::_handle_binop_cmp(const Value& left, const Value& right,
+                                                  const std::string& op, const Env& env) {
   const EvalResult l = eval(left, &env);
   const EvalResult r = eval(right, &env);
   const Value& lconst = l.val;
@@ -189,7 +193,8 @@ EvalResult ExpressionEvaluator::_handle_binop_cmp(const Value& left, const Value
     if (op == "==") return EvalResult::constant(Value::real(lconst.as_str() == rconst.as_str() ? 1.0 : 0.0));
   }
   if (l.has_vars() || r.has_vars() || is_text_like(lconst) || is_text_like(rconst)) {
-    if (!parent_.allow_symbolic_bool) raise_semantic("Non-ground boolean comparison outside constraint build context");
+    if (!parent_.allow_symbolic_bool)
+      raise_semantic("Non-ground boolean comparison outside constraint build context");
     return EvalResult::constant(Value::str(symbolic(lconst, op, rconst)));
   }
   const bool numbers = lconst.is_number() && rconst.is_number();
@@ -199,7 +204,8 @@ EvalResult ExpressionEvaluator::_handle_binop_cmp(const Value& left, const Value
   }
   if (op == "<" || op == ">" || op == "<=" || op == ">=") {
     if (!numbers) {
-      if (!parent_.allow_symbolic_bool) raise_semantic("Non-numeric comparison outside constraint build context");
+      if (!parent_.allow_symbolic_bool)
+        raise_semantic("Non-numeric comparison outside constraint build context");
       return EvalResult::constant(Value::str(symbolic(lconst, op, rconst)));
     }
     const double a = py_float(lconst);
@@ -222,7 +228,7 @@ EvalResult ExpressionEvaluator::_eval_uminus(const Value& expr, const Env& env) 
   if (is_text_like(inner.val)) {
     std::string text = "-(";
     append_str(text, inner.val);
-    text += ")";
+    text += ')';
     out.val = Value::str(text);
   } else {
     out.val = Value::real(-py_float(inner.val));

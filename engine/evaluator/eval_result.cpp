@@ -15,7 +15,7 @@ std::string repr_coef(const CoefDict& coef) {
     out += ": ";
     out += py_repr_float(item.second);
   }
-  out += "}";
+  out += '}';
   return out;
 }
 
@@ -24,7 +24,7 @@ std::string repr_eval_result(const EvalResult& r) {
   out += r.marker != nullptr ? py_repr(Value::map(r.marker)) : repr_coef(r.coef);
   out += ", ";
   append_repr(out, r.val);
-  out += ")";
+  out += ')';
   return out;
 }
 

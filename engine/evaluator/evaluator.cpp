@@ -45,7 +45,6 @@ std::string env_text(const Env* env) {
 // Python's type() of the evaluated pair's value part, for the debug lines.
 std::string val_class_text(const Value& v) { return class_text(v); }
 
-
 }  // namespace
 
 ExpressionEvaluator::Handler ExpressionEvaluator::_get_handler(std::string_view type) {
@@ -89,9 +88,10 @@ EvalResult ExpressionEvaluator::checked_result(const std::string& type, EvalResu
            " (type: <class 'tuple'>)";
   });
   log.debug([&] {
-    const std::string coef = result.marker != nullptr ? py_repr(Value::map(result.marker)) : repr_coef(result.coef);
-    return "[EVAL] Handler for type '" + type + "' returned tuple: coef=" + coef + ", val=" + py_str(result.val) +
-           " (type(val): " + val_class_text(result.val) + ")";
+    const std::string coef =
+        result.marker != nullptr ? py_repr(Value::map(result.marker)) : repr_coef(result.coef);
+    return "[EVAL] Handler for type '" + type + "' returned tuple: coef=" + coef +
+           ", val=" + py_str(result.val) + " (type(val): " + val_class_text(result.val) + ")";
   });
   const Value& val = result.val;
   if (val.is_float() || val.is_str() || val.is_tuple()) return result;
@@ -101,10 +101,12 @@ EvalResult ExpressionEvaluator::checked_result(const std::string& type, EvalResu
   }
   if (val.is_map()) {
     if (field_access_depth_ > 0) return result;
-    const std::string msg = "handler for type '" + type + "' returned tuple with dict value: " +
-                            repr_eval_result(result) + ", which is not allowed by type signature.";
+    const std::string msg = "handler for type '" + type +
+                            "' returned tuple with dict value: " + repr_eval_result(result) +
+                            ", which is not allowed by type signature.";
     log.error([&] {
-      return "[EVAL] Handler for type '" + type + "' returned tuple with dict value: " + repr_eval_result(result) +
+      return "[EVAL] Handler for type '" + type +
+             "' returned tuple with dict value: " + repr_eval_result(result) +
              ", which is not allowed by type signature.";
     });
     raise_semantic("ExpressionEvaluator.eval: " + msg);

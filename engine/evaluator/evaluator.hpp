@@ -58,8 +58,7 @@ class ExpressionEvaluator {
   EvalResult _handle_binop_sub(const Value& left, const Value& right, const Env& env);
   EvalResult _handle_binop_mul(const Value& left, const Value& right, const Env& env);
   EvalResult _handle_binop_div(const Value& left, const Value& right, const Env& env);
-  EvalResult _handle_binop_cmp(const Value& left, const Value& right, const std::string& op,
-                               const Env& env);
+  EvalResult _handle_binop_cmp(const Value& left, const Value& right, const std::string& op, const Env& env);
 
   // Aggregates, conditionals and logic.
   EvalResult _eval_minl(const Value& expr, const Env& env);

@@ -45,12 +45,15 @@ EvalResult ExpressionEvaluator::_eval_field_access(const Value& expr, const Env&
   const Value& field = node.at("field");
   const Log& log = parent_.log();
   log.debug([&] {
-    return "[_eval_field_access] base expr: " + py_str(base) + ", field: " + py_str(field) + ", env: " + env_repr(env);
+    return "[_eval_field_access] base expr: " + py_str(base) + ", field: " + py_str(field) +
+           ", env: " + env_repr(env);
   });
   const EvalResult result = eval(base, &env);
   log.debug([&] { return "[_eval_field_access] eval(base) result: " + repr_eval_result(result); });
   const Value& base_val = result.val;
-  log.debug([&] { return "[_eval_field_access] base_val: " + py_str(base_val) + " (type: " + class_text(base_val) + ")"; });
+  log.debug([&] {
+    return "[_eval_field_access] base_val: " + py_str(base_val) + " (type: " + class_text(base_val) + ")";
+  });
   const Value sem_type = base.is_map() ? base.as_map()->get("sem_type") : Value();
   if (!sem_type.is_none()) {
     Value val = parent_._resolve_tuple_field(sem_type, field, base_val);
@@ -59,13 +62,17 @@ EvalResult ExpressionEvaluator::_eval_field_access(const Value& expr, const Env&
   }
   if (base_val.is_map()) {
     if (const Value* entry = base_val.as_map()->find(field)) {
-      log.debug([&] { return "[_eval_field_access] Returning field from dict: " + py_str(field) + " -> " + py_str(*entry); });
+      log.debug([&] {
+        return "[_eval_field_access] Returning field from dict: " + py_str(field) + " -> " + py_str(*entry);
+      });
       return EvalResult::constant(*entry);
     }
   }
   const bool is_name = base.is_map() && py_str(base.as_map()->get("type")) == "name";
   const std::string base_str = is_name ? py_str(base.as_map()->get("value")) : py_str(base);
-  log.debug([&] { return "[_eval_field_access] Fallback to string field access: " + base_str + "['" + py_str(field) + "']"; });
+  log.debug([&] {
+    return "[_eval_field_access] Fallback to string field access: " + base_str + "['" + py_str(field) + "']";
+  });
   return EvalResult::constant(Value::str(base_str + "['" + py_str(field) + "']"));
 }
 

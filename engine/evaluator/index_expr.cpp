@@ -37,7 +37,8 @@ Value ExpressionEvaluator::index_tuple_member(const Value& e, const Env& env) {
   if (!e.is_map()) return e;
   if (py_str(e.as_map()->get("type")) == "tuple_literal") {
     ValueVec members;
-    for (const Value& item : e.as_map()->at("elements").items()) members.push_back(index_tuple_member(item, env));
+    for (const Value& item : e.as_map()->at("elements").items())
+      members.push_back(index_tuple_member(item, env));
     return Value::tuple(std::move(members));
   }
   return _eval_index_expr(e, env).val;
@@ -55,7 +56,8 @@ EvalResult ExpressionEvaluator::_eval_index_expr(const Value& dim_expr, const En
     return r;
   }
   if (tt == "number_literal_index") return EvalResult::constant(normalized(node.at("value")));
-  if (tt == "name_reference_index") return EvalResult::constant(name_as_index(node.get("name"), env, *parent_.data_dict));
+  if (tt == "name_reference_index")
+    return EvalResult::constant(name_as_index(node.get("name"), env, *parent_.data_dict));
   if (tt == "name") return EvalResult::constant(name_as_index(node.get("value"), env, *parent_.data_dict));
   if (tt == "indexed_name") {
     const Value val = _eval_not_yet_supported(dim_expr, env).val;

@@ -67,7 +67,8 @@ EvalResult ExpressionEvaluator::_eval_parenthesized_expression(const Value& expr
 EvalResult ExpressionEvaluator::_eval_not(const Value& expr, const Env& env) {
   const EvalResult inner = eval(expr.as_map()->at("value"), &env);
   if (non_ground(inner)) {
-    if (!parent_.allow_symbolic_bool) raise_semantic("Non-ground boolean NOT outside constraint build context");
+    if (!parent_.allow_symbolic_bool)
+      raise_semantic("Non-ground boolean NOT outside constraint build context");
     return EvalResult::constant(Value::str("!(" + py_str(inner.val) + ")"));
   }
   return EvalResult::constant(Value::real(py_truth(inner.val) ? 0.0 : 1.0));
@@ -83,12 +84,13 @@ EvalResult ExpressionEvaluator::eval_connective(const Value& expr, const Env& en
       raise_semantic(std::string("Non-ground boolean ") + (is_and ? "AND" : "OR") +
                      " outside constraint build context");
     }
-    return EvalResult::constant(Value::str("(" + py_str(left.val) + ") " + (is_and ? "&&" : "||") + " (" +
-                                           py_str(right.val) + ")"));
+    return EvalResult::constant(
+        Value::str("(" + py_str(left.val) + ") " + (is_and ? "&&" : "||") + " (" + py_str(right.val) + ")"));
   }
   const bool l = py_truth(left.val);
   const bool r = py_truth(right.val);
-  return EvalResult::constant(Value::real((is_and ? (l && r) : (l || r)) ? 1.0 : 0.0));
+  const bool holds = is_and ? (l && r) : (l || r);
+  return EvalResult::constant(Value::real(holds ? 1.0 : 0.0));
 }
 
 EvalResult ExpressionEvaluator::_eval_and(const Value& expr, const Env& env) {

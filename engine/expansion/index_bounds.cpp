@@ -16,8 +16,8 @@ const std::string& node_type_text(const Map& node, std::string& storage) {
 
 void require_numbers(const Value& a, const Value& b, const std::string& op) {
   if (!a.is_number() || !b.is_number()) {
-    raise(ErrorKind::kType, "unsupported operand type(s) for " + op + ": '" + type_name(a) + "' and '" +
-                                type_name(b) + "'");
+    raise(ErrorKind::kType,
+          "unsupported operand type(s) for " + op + ": '" + type_name(a) + "' and '" + type_name(b) + "'");
   }
 }
 
@@ -45,13 +45,15 @@ Value Generator::_eval_bound(const Value& expr) {
   }
   if (type == "uminus") {
     const Value inner = _eval_bound(node.at("value"));
-    if (!inner.is_number()) raise(ErrorKind::kType, std::string("bad operand type for unary -: '") + type_name(inner) + "'");
+    if (!inner.is_number())
+      raise(ErrorKind::kType, std::string("bad operand type for unary -: '") + type_name(inner) + "'");
     return py_neg(inner);
   }
   if (type == "parenthesized_expression") return _eval_bound(node.at("expression"));
   if (type == "minl" || type == "maxl") {
     const Value args = node.get("args", Value::list(ValueVec{}));
-    if (!args.is_sequence() || args.items().empty()) throw _unsupported_type_error("expr in index bound", type);
+    if (!args.is_sequence() || args.items().empty())
+      throw _unsupported_type_error("expr in index bound", type);
     Value best = _eval_bound(args.items()[0]);
     for (std::size_t i = 1; i < args.items().size(); ++i) {
       const Value next = _eval_bound(args.items()[i]);

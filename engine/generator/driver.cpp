@@ -126,12 +126,14 @@ void Generator::emit_solve_section() {
       {0, r + " = {}"},
       {0, "try:"},
       {1, "start_time = time.time()"},
-      {1, "print(f'Kolva/SciPy-HiGHS: variables={len(var_names)}, equalities={len(b_eq)}, "
-          "inequalities={len(b_ub)}, integrality={sum(1 for v in integrality if v)}')"},
+      {1,
+       "print(f'Kolva/SciPy-HiGHS: variables={len(var_names)}, equalities={len(b_eq)}, "
+       "inequalities={len(b_ub)}, integrality={sum(1 for v in integrality if v)}')"},
       {1, solver_call},
       {1, "end_time = time.time()"},
-      {1, "print(f'Kolva/SciPy-HiGHS: status={res.status}, success={res.success}, "
-          "iterations={getattr(res, \"nit\", None)}, time={end_time - start_time:.3f}s')"},
+      {1,
+       "print(f'Kolva/SciPy-HiGHS: status={res.status}, success={res.success}, "
+       "iterations={getattr(res, \"nit\", None)}, time={end_time - start_time:.3f}s')"},
       {1, "status_map = {0: 'OPTIMAL', 1: 'ITERATION_LIMIT', 2: 'INFEASIBLE', 3: 'UNBOUNDED'}"},
       {1, "status_str = status_map.get(res.status, 'ERROR')"},
       {1, "if res.success and res.status == 0:"},

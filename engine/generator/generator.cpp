@@ -25,7 +25,7 @@ const Map& as_node(const Value& v, const char* what) {
 
 }  // namespace
 
-Generator::Generator(MapPtr ast_root, MapPtr data, std::shared_ptr<LogSink> sink)
+Generator::Generator(MapPtr ast_root, const MapPtr& data, std::shared_ptr<LogSink> sink)
     : ast(std::move(ast_root)), log_(std::move(sink)) {
   // A shallow copy: the caller's map is never written to.
   data_dict = std::make_shared<Map>(data != nullptr ? *data : Map());
@@ -58,9 +58,7 @@ ExpressionEvaluator& Generator::evaluator() {
   return *expr_evaluator_;
 }
 
-EvalResult Generator::_eval_expr(const Value& expr, const Env* env) {
-  return evaluator().eval(expr, env);
-}
+EvalResult Generator::_eval_expr(const Value& expr, const Env* env) { return evaluator().eval(expr, env); }
 
 EvalResult Generator::_eval_index_expr(const Value& dim_expr, const Env& env) {
   return evaluator()._eval_index_expr(dim_expr, env);
@@ -130,8 +128,7 @@ std::int64_t Generator::add_column(const std::string& name) {
 }
 
 std::pair<std::string, std::int64_t> Generator::_add_variable(const std::string& base_name,
-                                                              const Value& lower,
-                                                              const Value& upper) {
+                                                              const Value& lower, const Value& upper) {
   std::string name = base_name;
   for (std::int64_t counter = 1; var_indices.contains(name); ++counter) {
     name = base_name + "_" + std::to_string(counter);

@@ -42,7 +42,7 @@ struct BoundPair {
 // spelling, leading underscore included.
 class Generator {
  public:
-  Generator(MapPtr ast, MapPtr data_dict, std::shared_ptr<LogSink> sink);
+  Generator(MapPtr ast, const MapPtr& data_dict, std::shared_ptr<LogSink> sink);
   ~Generator();
   Generator(const Generator&) = delete;
   Generator& operator=(const Generator&) = delete;
@@ -83,11 +83,11 @@ class Generator {
   std::vector<MapPtr> _find_decls(std::string_view name, const std::string* decl_type = nullptr);
 
   // --- name and parameter resolution (data/) ---
-  LookupResult _lookup_var_or_param(const std::string& name, const ValueVec* indices,
-                                    const Env* env, bool default_zero_if_missing = false);
+  LookupResult _lookup_var_or_param(const std::string& name, const ValueVec* indices, const Env* env,
+                                    bool default_zero_if_missing = false);
   std::optional<LookupResult> _resolve_variable(const std::string& name, const ValueVec* indices);
-  LookupResult _resolve_parameter(const std::string& name, const ValueVec* indices,
-                                  const Env& env, bool default_zero_if_missing);
+  LookupResult _resolve_parameter(const std::string& name, const ValueVec* indices, const Env& env,
+                                  bool default_zero_if_missing);
   LookupResult _resolve_ast_parameter(const std::string& name, const ValueVec* indices);
   Value _eval_index(const Value& idx, const Env& env);
   std::optional<MapPtr> _convert_flat_kv_to_dict(const Value& param_data) const;
@@ -96,14 +96,13 @@ class Generator {
   Value _resolve_tuple_field(const Value& tuple_type, const Value& field, const Value& tuple_val);
 
   // --- variable names (variables/) ---
-  std::string _format_varname(const std::string& base, const ValueVec& indices,
-                              bool is_tuple_indexed);
+  std::string _format_varname(const std::string& base, const ValueVec& indices, bool is_tuple_indexed);
   std::string _multi_indexed_var_name(const Value& expr, const Env& env,
                                       const IndexEvaluator* eval_index_expr);
 
   // --- variables ---
-  std::pair<std::string, std::int64_t> _add_variable(const std::string& base_name,
-                                                     const Value& lower, const Value& upper);
+  std::pair<std::string, std::int64_t> _add_variable(const std::string& base_name, const Value& lower,
+                                                     const Value& upper);
   std::string _ensure_aux_binary(const std::string& base_name);
   std::int64_t add_column(const std::string& name);
 
@@ -143,8 +142,7 @@ class Generator {
   double constant_objective_value();
   void record_column(const std::string& name, std::int64_t column);
   const std::vector<MapPtr>& declarations_named(std::string_view name);
-  bool domain_check_fails(const std::string& name, const ValueVec& norm_indices,
-                          std::string& details);
+  bool domain_check_fails(const std::string& name, const ValueVec& norm_indices, std::string& details);
   Value resolve_scalar_data(const std::string& name, const ValueVec* indices, const Env& env,
                             const Value& val);
   std::int64_t list_start_offset(const std::string& name, std::size_t position);

@@ -14,7 +14,7 @@ std::string list_text(const std::vector<T>& items, Append append) {
     if (i > 0) out += ", ";
     append(out, items[i]);
   }
-  out += "]";
+  out += ']';
   return out;
 }
 
@@ -22,11 +22,11 @@ std::string list_text(const std::vector<T>& items, Append append) {
 
 std::string bounds_text(const std::vector<BoundPair>& bounds) {
   return list_text(bounds, [](std::string& out, const BoundPair& pair) {
-    out += "[";
+    out += '[';
     append_str(out, pair.lower);
     out += ", ";
     append_str(out, pair.upper);
-    out += "]";
+    out += ']';
   });
 }
 

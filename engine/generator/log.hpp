@@ -52,8 +52,8 @@ class Log {
   }
 
  private:
-  static constexpr std::array<LogLevel, 4> kLevels = {LogLevel::kDebug, LogLevel::kInfo,
-                                                      LogLevel::kWarning, LogLevel::kError};
+  static constexpr std::array<LogLevel, 4> kLevels = {LogLevel::kDebug, LogLevel::kInfo, LogLevel::kWarning,
+                                                      LogLevel::kError};
   static std::size_t slot(LogLevel level) {
     return static_cast<std::size_t>(static_cast<int>(level) / 10 - 1);
   }

@@ -66,7 +66,8 @@ void Generator::_apply_top_level_binary_assignments() {
 void Generator::_reconcile_problem_metadata() {
   // Every late column is an auxiliary binary, hence these defaults.
   while (bounds.size() < var_names.size()) bounds.push_back({Value::integer(0), Value::integer(1)});
-  if (!integrality) raise(ErrorKind::kAttribute, "'SciPyCSCCodeGenerator' object has no attribute 'integrality'");
+  if (!integrality)
+    raise(ErrorKind::kAttribute, "'SciPyCSCCodeGenerator' object has no attribute 'integrality'");
   while (integrality->size() < var_names.size()) integrality->push_back(Value::integer(1));
   if (c.size() < var_names.size()) {
     c.resize(var_names.size(), 0.0);
@@ -76,7 +77,8 @@ void Generator::_reconcile_problem_metadata() {
 }
 
 void Generator::_refresh_problem_metadata_code_lines() {
-  if (!integrality) raise(ErrorKind::kAttribute, "'SciPyCSCCodeGenerator' object has no attribute 'integrality'");
+  if (!integrality)
+    raise(ErrorKind::kAttribute, "'SciPyCSCCodeGenerator' object has no attribute 'integrality'");
   const std::string var_names_line = "var_names = " + names_text(var_names);
   const std::string bounds_line = "bounds = " + bounds_text(bounds);
   const std::string integrality_line = "integrality = " + values_text(*integrality);
@@ -86,10 +88,9 @@ void Generator::_refresh_problem_metadata_code_lines() {
     const std::string* replacement;
     bool found;
   };
-  std::array<Target, 4> targets = {Target{"var_names = ", &var_names_line, false},
-                                   Target{"bounds = ", &bounds_line, false},
-                                   Target{"integrality = ", &integrality_line, false},
-                                   Target{"c = ", &c_line, false}};
+  std::array<Target, 4> targets = {
+      Target{"var_names = ", &var_names_line, false}, Target{"bounds = ", &bounds_line, false},
+      Target{"integrality = ", &integrality_line, false}, Target{"c = ", &c_line, false}};
   for (std::string& line : scipy_code_lines) {
     for (Target& target : targets) {
       if (line.starts_with(target.prefix)) {
@@ -106,13 +107,14 @@ void Generator::_refresh_problem_metadata_code_lines() {
 LinearProblem Generator::_snapshot_linear_problem() const {
   LinearProblem problem;
   const Value objective = ast->get("objective", Value::map(make_map()));
-  const Value sense = objective.is_map() ? objective.as_map()->get("type", Value::str("minimize"))
-                                         : Value::str("minimize");
+  const Value sense =
+      objective.is_map() ? objective.as_map()->get("type", Value::str("minimize")) : Value::str("minimize");
   const bool known = sense.is_str() && (sense.as_str() == "minimize" || sense.as_str() == "maximize");
   problem.sense = known ? sense.as_str() : "minimize";
   problem.var_names = var_names;
   for (const BoundPair& pair : bounds) problem.bounds.emplace_back(pair.lower, pair.upper);
-  if (!integrality) raise(ErrorKind::kAttribute, "'SciPyCSCCodeGenerator' object has no attribute 'integrality'");
+  if (!integrality)
+    raise(ErrorKind::kAttribute, "'SciPyCSCCodeGenerator' object has no attribute 'integrality'");
   problem.integrality = *integrality;
   problem.c = c;
   problem.A_eq = A_eq;

@@ -21,17 +21,14 @@ enum class ErrorKind {
 
 class Error : public std::runtime_error {
  public:
-  Error(ErrorKind kind, const std::string& message)
-      : std::runtime_error(message), kind_(kind) {}
+  Error(ErrorKind kind, const std::string& message) : std::runtime_error(message), kind_(kind) {}
   ErrorKind kind() const { return kind_; }
 
  private:
   ErrorKind kind_;
 };
 
-[[noreturn]] inline void raise(ErrorKind kind, const std::string& message) {
-  throw Error(kind, message);
-}
+[[noreturn]] inline void raise(ErrorKind kind, const std::string& message) { throw Error(kind, message); }
 
 [[noreturn]] inline void raise_semantic(const std::string& message) {
   throw Error(ErrorKind::kSemantic, message);

@@ -15,9 +15,7 @@ void require_hashable(const Value& key) {
   }
 }
 
-bool is_str_key(const Value& key, std::string_view text) {
-  return key.is_str() && key.as_str() == text;
-}
+bool is_str_key(const Value& key, std::string_view text) { return key.is_str() && key.as_str() == text; }
 
 }  // namespace
 
@@ -71,9 +69,7 @@ const Value* Map::find(std::string_view key) const {
   return pos < 0 ? nullptr : &items_[static_cast<std::size_t>(pos)].second;
 }
 
-Value* Map::find(const Value& key) {
-  return const_cast<Value*>(static_cast<const Map*>(this)->find(key));
-}
+Value* Map::find(const Value& key) { return const_cast<Value*>(static_cast<const Map*>(this)->find(key)); }
 
 Value* Map::find(std::string_view key) {
   return const_cast<Value*>(static_cast<const Map*>(this)->find(key));
@@ -104,8 +100,7 @@ Value Map::get(const Value& key, const Value& fallback) const {
 void Map::set(const Value& key, Value value) {
   require_hashable(key);
   const std::uint64_t hash = py_hash(key);
-  const std::ptrdiff_t pos = key.is_str() ? position_of_str(key.as_str())
-                                          : position_of(key, hash);
+  const std::ptrdiff_t pos = key.is_str() ? position_of_str(key.as_str()) : position_of(key, hash);
   if (pos >= 0) {
     items_[static_cast<std::size_t>(pos)].second = std::move(value);
     return;
@@ -125,8 +120,7 @@ void Map::set(std::string_view key, Value value) {
 bool Map::erase(const Value& key) {
   require_hashable(key);
   const std::uint64_t hash = slots_.empty() ? 0 : py_hash(key);
-  const std::ptrdiff_t pos = key.is_str() ? position_of_str(key.as_str())
-                                          : position_of(key, hash);
+  const std::ptrdiff_t pos = key.is_str() ? position_of_str(key.as_str()) : position_of(key, hash);
   if (pos < 0) return false;
   if (items_[static_cast<std::size_t>(pos)].first.is_tuple()) --tuple_keys_;
   items_.erase(items_.begin() + pos);

@@ -8,8 +8,7 @@
 namespace kolva {
 namespace {
 
-void append_sequence(std::string& out, const ValueVec& items, char open, char close,
-                     bool one_tuple) {
+void append_sequence(std::string& out, const ValueVec& items, char open, char close, bool one_tuple) {
   out.push_back(open);
   for (std::size_t i = 0; i < items.size(); ++i) {
     if (i > 0) out += ", ";

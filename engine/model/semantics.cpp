@@ -39,8 +39,8 @@ int compare_int_float(std::int64_t i, double f) {
 }
 
 [[noreturn]] void unorderable(const Value& a, const Value& b) {
-  raise(ErrorKind::kType, std::string("'<' not supported between instances of '") +
-                              type_name(a) + "' and '" + type_name(b) + "'");
+  raise(ErrorKind::kType, std::string("'<' not supported between instances of '") + type_name(a) + "' and '" +
+                              type_name(b) + "'");
 }
 
 bool sequences_lt(const ValueVec& a, const ValueVec& b) {
@@ -69,9 +69,7 @@ bool sequences_equal(const ValueVec& a, const ValueVec& b) {
   return true;
 }
 
-bool is_space(char c) {
-  return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v';
-}
+bool is_space(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v'; }
 
 std::string_view trim(std::string_view s) {
   while (!s.empty() && is_space(s.front())) s.remove_prefix(1);
@@ -84,8 +82,7 @@ bool strip_underscores(std::string_view s, std::string& out) {
   out.clear();
   for (std::size_t i = 0; i < s.size(); ++i) {
     if (s[i] == '_') {
-      const bool ok = i > 0 && i + 1 < s.size() &&
-                      std::isdigit(static_cast<unsigned char>(s[i - 1])) != 0 &&
+      const bool ok = i > 0 && i + 1 < s.size() && std::isdigit(static_cast<unsigned char>(s[i - 1])) != 0 &&
                       std::isdigit(static_cast<unsigned char>(s[i + 1])) != 0;
       if (!ok) return false;
       continue;
@@ -110,8 +107,8 @@ bool parse_float_text(std::string_view text, double& out) {
   // Python spells out only inf, infinity and nan, with an optional sign.
   std::string lower;
   for (char ch : digits) lower.push_back(static_cast<char>(std::tolower(static_cast<unsigned char>(ch))));
-  const std::string_view body = (lower[0] == '+' || lower[0] == '-') ? std::string_view(lower).substr(1)
-                                                                       : std::string_view(lower);
+  const std::string_view body =
+      (lower[0] == '+' || lower[0] == '-') ? std::string_view(lower).substr(1) : std::string_view(lower);
   if (!body.empty() && std::isalpha(static_cast<unsigned char>(body[0])) != 0) {
     return body == "inf" || body == "infinity" || body == "nan";
   }
@@ -270,8 +267,8 @@ double py_float(const Value& v) {
     if (parse_float_text(v.as_str(), out)) return out;
     raise(ErrorKind::kValue, "could not convert string to float: " + py_repr(v));
   }
-  raise(ErrorKind::kType, std::string("float() argument must be a string or a real number, not '") +
-                              type_name(v) + "'");
+  raise(ErrorKind::kType,
+        std::string("float() argument must be a string or a real number, not '") + type_name(v) + "'");
 }
 
 std::int64_t py_int(const Value& v) {
@@ -419,8 +416,8 @@ bool py_contains(const Value& container, const Value& item) {
       return false;
     case Value::Kind::kStr:
       if (!item.is_str()) {
-        raise(ErrorKind::kType, std::string("'in <string>' requires string as left operand, not ") +
-                                    type_name(item));
+        raise(ErrorKind::kType,
+              std::string("'in <string>' requires string as left operand, not ") + type_name(item));
       }
       return container.as_str().find(item.as_str()) != std::string::npos;
     default:
@@ -434,7 +431,7 @@ std::string repr_list(const ValueVec& items) {
     if (i > 0) out += ", ";
     append_repr(out, items[i]);
   }
-  out += "]";
+  out += ']';
   return out;
 }
 

@@ -8,27 +8,22 @@
 namespace kolva {
 
 Value Value::str(std::string s) {
-  return Value(Storage(std::in_place_index<4>,
-                       StrRef{std::make_shared<const std::string>(std::move(s))}));
+  return Value(Storage(std::in_place_index<4>, StrRef{std::make_shared<const std::string>(std::move(s))}));
 }
 
 Value Value::tuple(ValueVec items) {
-  return Value(Storage(std::in_place_index<5>,
-                       TupleRef{std::make_shared<const ValueVec>(std::move(items))}));
+  return Value(Storage(std::in_place_index<5>, TupleRef{std::make_shared<const ValueVec>(std::move(items))}));
 }
 
 Value Value::list(ValueVec items) {
-  return Value(Storage(std::in_place_index<6>,
-                       ListRef{std::make_shared<ValueVec>(std::move(items))}));
+  return Value(Storage(std::in_place_index<6>, ListRef{std::make_shared<ValueVec>(std::move(items))}));
 }
 
 Value Value::list(std::shared_ptr<ValueVec> shared) {
   return Value(Storage(std::in_place_index<6>, ListRef{std::move(shared)}));
 }
 
-Value Value::map(MapPtr m) {
-  return Value(Storage(std::in_place_index<7>, std::move(m)));
-}
+Value Value::map(MapPtr m) { return Value(Storage(std::in_place_index<7>, std::move(m))); }
 
 const ValueVec& Value::items() const {
   if (is_tuple()) return *std::get<5>(data_).items;
@@ -71,8 +66,6 @@ const char* type_name(Value::Kind kind) {
   return "object";
 }
 
-std::string class_text(const Value& v) {
-  return std::string("<class '") + type_name(v) + "'>";
-}
+std::string class_text(const Value& v) { return std::string("<class '") + type_name(v) + "'>"; }
 
 }  // namespace kolva

@@ -20,16 +20,7 @@ using MapPtr = std::shared_ptr<Map>;
 // tree nodes are maps: a node is a MapPtr, and sharing a node shares identity.
 class Value {
  public:
-  enum class Kind : std::uint8_t {
-    kNone,
-    kBool,
-    kInt,
-    kFloat,
-    kStr,
-    kTuple,
-    kList,
-    kMap
-  };
+  enum class Kind : std::uint8_t { kNone, kBool, kInt, kFloat, kStr, kTuple, kList, kMap };
 
   Value() = default;
 
@@ -82,8 +73,7 @@ class Value {
   struct ListRef {
     std::shared_ptr<ValueVec> items;
   };
-  using Storage = std::variant<std::monostate, bool, std::int64_t, double,
-                               StrRef, TupleRef, ListRef, MapPtr>;
+  using Storage = std::variant<std::monostate, bool, std::int64_t, double, StrRef, TupleRef, ListRef, MapPtr>;
 
   explicit Value(Storage data) : data_(std::move(data)) {}
 

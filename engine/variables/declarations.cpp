@@ -65,10 +65,9 @@ void Generator::_build_variables() {
     const Map& decl = *entry.as_map();
     const Value type_value = decl.get("type");
     const std::string type = type_value.is_str() ? type_value.as_str() : py_str(type_value);
-    if (is_one_of(type, {"dexpr", "dexpr_indexed", "range_declaration_inline",
-                         "range_declaration_external", "set_declaration", "parameter_inline",
-                         "parameter_inline_indexed", "parameter_external",
-                         "parameter_external_indexed", "parameter_external_explicit",
+    if (is_one_of(type, {"dexpr", "dexpr_indexed", "range_declaration_inline", "range_declaration_external",
+                         "set_declaration", "parameter_inline", "parameter_inline_indexed",
+                         "parameter_external", "parameter_external_indexed", "parameter_external_explicit",
                          "parameter_external_explicit_indexed"})) {
       continue;
     }
@@ -82,8 +81,8 @@ void Generator::_build_variables() {
       continue;
     }
     if (is_one_of(type, {"dvar_indexed", "tuple_type", "set_of_tuples", "set_of_tuples_external",
-                         "set_of_tuples_array_external", "typed_set", "typed_set_external",
-                         "tuple_array", "tuple_array_external"})) {
+                         "set_of_tuples_array_external", "typed_set", "typed_set_external", "tuple_array",
+                         "tuple_array_external"})) {
       raise(ErrorKind::kNotImplemented,
             "Declaration type '" + type + "' is not supported by this build of the generator yet.");
     }
@@ -96,10 +95,16 @@ void Generator::_build_variables() {
   std::string base;
   std::string idx;
   for (const std::string& name : var_names) {
-    if (alias_for(name, base, idx)) _add_code_line("# Alias: " + base + "['" + idx + "']");
+    if (!alias_for(name, base, idx)) continue;
+    std::string alias = "# Alias: ";
+    alias += base;
+    alias += "['";
+    alias += idx;
+    alias += "']";
+    _add_code_line(alias);
   }
   _add_code_line("bounds = " + bounds_text(bounds));
-  _add_code_line("integrality = " + values_text(*integrality));
+  _add_code_line("integrality = " + values_text(integrality.value()));
 }
 
 // The data, objective and constraint phases are not part of this build yet:

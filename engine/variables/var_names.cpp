@@ -50,14 +50,14 @@ std::string Generator::_format_varname(const std::string& base, const ValueVec& 
     return base + "[" + py_repr(indices[0]) + "]";
   }
   std::string out = base;
-  out += "_";
+  out += '_';
   for (std::size_t i = 0; i < indices.size(); ++i) {
-    if (i > 0) out += "_";
+    if (i > 0) out += '_';
     const Value& entry = indices[i];
     if (entry.is_tuple()) {
       const ValueVec& members = entry.items();
       for (std::size_t k = 0; k < members.size(); ++k) {
-        if (k > 0) out += "_";
+        if (k > 0) out += '_';
         out += varname_member_text(members[k]);
       }
     } else {
@@ -77,7 +77,7 @@ Value unwrap_eval_pair(const Value& v) {
 std::string joined_str(const ValueVec& values) {
   std::string out;
   for (std::size_t i = 0; i < values.size(); ++i) {
-    if (i > 0) out += "_";
+    if (i > 0) out += '_';
     append_str(out, values[i]);
   }
   return out;
@@ -102,7 +102,7 @@ std::string Generator::_multi_indexed_var_name(const Value& expr, const Env& env
   const Map& node = *expr.as_map();
   const Value type = node.get("type");
   if (!type.is_str() || type.as_str() != "indexed_name") return py_str(node.at("name"));
-  const std::string base = py_str(node.at("name"));
+  std::string base = py_str(node.at("name"));
   ValueVec index_values;
   const Value dims = node.get("dimensions", Value::list(ValueVec{}));
   for (const Value& dim : dims.items()) {
