@@ -45,8 +45,6 @@ def test_fixing_a_variable_to_zero_adds_an_equality_row(make_gen):
         constraint("==", name("x"), {"type": "boolean_literal", "value": True}),
         constraint("==", name("undeclared"), num(1)),
         {"type": "forall_constraint", "iterators": [], "constraint": constraint("==", name("x"), num(1))},
-        {"type": "constraint", "op": "==", "right": num(1)},
-        {"type": "constraint", "op": "==", "left": name("x")},
     ],
     ids=[
         "value-two",
@@ -56,8 +54,6 @@ def test_fixing_a_variable_to_zero_adds_an_equality_row(make_gen):
         "boolean-literal",
         "undeclared",
         "forall",
-        "no-left",
-        "no-right",
     ],
 )
 def test_shapes_that_are_not_assignments_add_nothing(make_gen, constr):
@@ -65,6 +61,32 @@ def test_shapes_that_are_not_assignments_add_nothing(make_gen, constr):
     g._apply_top_level_binary_assignments()
     assert g.A_eq == []
     assert g.b_eq == []
+
+
+@pytest.mark.parametrize(
+    "constr",
+    [{"type": "constraint", "op": "==", "right": num(1)}, {"type": "constraint", "op": "==", "left": name("x")}],
+    ids=["no-left", "no-right"],
+)
+def test_assignment_walk_passes_over_a_constraint_missing_a_side(make_gen, constr):
+    # The variable phase reads both sides directly, so the column is made
+    # without it here; the assignment walk itself reads them with defaults.
+    g = make_gen(model([dvar("x", "boolean")], None, [constr]))
+    g._ensure_aux_binary("x")
+    g._apply_top_level_binary_assignments()
+    assert g.A_eq == []
+    assert g.b_eq == []
+
+
+@pytest.mark.parametrize(
+    "constr, missing",
+    [({"type": "constraint", "op": "==", "right": num(1)}, "left"), ({"type": "constraint", "op": "==", "left": name("x")}, "right")],
+)
+def test_variable_phase_needs_both_sides_of_a_constraint(make_gen, constr, missing):
+    g = make_gen(model([dvar("x", "boolean")], None, [constr]))
+    with pytest.raises(KeyError) as excinfo:
+        g._build_variables()
+    assert excinfo.value.args[0] == missing
 
 
 def test_float_one_counts_as_one(make_gen):
@@ -278,7 +300,8 @@ def test_snapshot_copies_the_generator_state(make_gen):
     assert isinstance(problem, LinearProblem)
     assert problem.sense == "maximize"
     assert problem.var_names == ["x", "y"]
-    assert problem.bounds == [[0, 1], [None, None]]
+    # x == 1 is also read as a bound of x by the variable phase.
+    assert problem.bounds == [[1.0, 1.0], [None, None]]
     assert problem.integrality == [1, 0]
     assert problem.c == [0.0, 0.0]
     assert rows(problem.A_eq) == [[1.0, 0.0]]

@@ -99,7 +99,7 @@ nb::object ToPython::operator()(const Value& v) {
     default:
       break;
   }
-  if (const auto it = done_.find(v.identity()); it != done_.end()) return it->second;
+  if (const auto it = done_.find(v.identity()); it != done_.end()) return it->second.second;
   nb::object out;
   if (v.is_map()) {
     nb::dict d;
@@ -118,7 +118,7 @@ nb::object ToPython::operator()(const Value& v) {
       PyTuple_SET_ITEM(t, static_cast<Py_ssize_t>(i), (*this)(items[i]).release().ptr());
     }
   }
-  done_.emplace(v.identity(), out);
+  done_.emplace(v.identity(), std::make_pair(v, out));
   return out;
 }
 

@@ -36,7 +36,9 @@ class ToPython {
   nb::object result(const EvalResult& r);
 
  private:
-  std::unordered_map<const void*, nb::object> done_;
+  // Each entry keeps its Value alive, so an address is never reused for a
+  // different container while this converter runs.
+  std::unordered_map<const void*, std::pair<Value, nb::object>> done_;
 };
 
 MapPtr to_map_or_empty(nb::handle obj, const char* what);

@@ -308,7 +308,12 @@ void bind_generator(nb::module_& m) {
       "_generate_data_declarations",
       [](PyGenerator& g, nb::handle data) {
         Generator& gen = g.core();
-        gen._generate_data_declarations(data.is_none() ? gen.data_dict : to_map_or_empty(data, "data_dict"));
+        // The generator's own map, unless a different one is given: Python
+        // sees copies, so "the same map" is recognised by equality.
+        if (data.is_none()) return gen._generate_data_declarations(gen.data_dict);
+        const MapPtr given = to_map_or_empty(data, "data_dict");
+        gen._generate_data_declarations(py_eq(Value::map(given), Value::map(gen.data_dict)) ? gen.data_dict
+                                                                                            : given);
       },
       "data_dict"_a.none());
   cls.def("_build_variables", [](PyGenerator& g) { g.core()._build_variables(); });
@@ -452,6 +457,149 @@ void bind_generator(nb::module_& m) {
         return nb::make_tuple(name, column);
       },
       "base_name"_a, "lower"_a.none() = 0.0, "upper"_a.none() = 1.0);
+  cls.def(
+      "_is_tuple_indexed",
+      [](PyGenerator& g, nb::handle decl) {
+        const Value d = ToValue()(decl);
+        return g.core()._is_tuple_indexed(d.is_map() ? d.as_map() : nullptr);
+      },
+      "decl"_a.none());
+  cls.def(
+      "_extract_field_access_index",
+      [](PyGenerator& g, nb::handle dim, nb::handle env) {
+        Generator& gen = g.core();
+        return ToPython()(gen._extract_field_access_index(ToValue()(dim), to_env(env)));
+      },
+      "dim"_a, "env"_a.none());
+  cls.def(
+      "_extract_tuple_index",
+      [](PyGenerator& g, nb::handle dim, nb::handle env) {
+        Generator& gen = g.core();
+        return ToPython()(gen._extract_tuple_index(ToValue()(dim), to_env(env)));
+      },
+      "dim"_a, "env"_a.none());
+  cls.def(
+      "_extract_normal_index",
+      [](PyGenerator& g, nb::handle dim, nb::handle env) {
+        Generator& gen = g.core();
+        return ToPython()(gen._extract_normal_index(ToValue()(dim), to_env(env)));
+      },
+      "dim"_a, "env"_a.none());
+  cls.def(
+      "_normalize_index_for_varname", [](PyGenerator&, nb::handle idx) { return nb::borrow(idx); },
+      "idx"_a.none());
+  cls.def(
+      "_unroll_iterators",
+      [](PyGenerator& g, nb::handle iterators, nb::handle env) {
+        Generator& gen = g.core();
+        const std::optional<Env> scope = env.is_none() ? std::nullopt : std::optional<Env>(to_env(env));
+        const auto [vars, ranges] =
+            gen._unroll_iterators(to_value_list(iterators, "iterators"), scope ? &*scope : nullptr);
+        ToPython py;
+        nb::list loop_vars;
+        for (const Value& v : vars) loop_vars.append(py(v));
+        nb::list loop_ranges;
+        for (const ValueVec& r : ranges) loop_ranges.append(py(Value::list(r)));
+        return nb::make_tuple(loop_vars, loop_ranges);
+      },
+      "iterators"_a, "env"_a.none() = nb::none());
+  cls.def(
+      "_iterate_iterators_dynamic",
+      [](PyGenerator& g, nb::handle iterators, nb::handle outer_env) {
+        Generator& gen = g.core();
+        nb::list out;
+        gen.iterate_iterators_dynamic(
+            to_value_list(iterators, "iterators"), to_env(outer_env),
+            [&out](const Env& env, const ValueVec& idx) {
+              ToPython py;
+              out.append(nb::make_tuple(py(Value::map(std::make_shared<Map>(env))), py(Value::tuple(idx))));
+            });
+        return out;
+      },
+      "iterators"_a, "outer_env"_a.none());
+  cls.def(
+      "_eval_bound_dynamic",
+      [](PyGenerator& g, nb::handle expr, nb::handle env) {
+        Generator& gen = g.core();
+        return gen._eval_bound_dynamic(ToValue()(expr), to_env(env));
+      },
+      "expr"_a.none(), "env"_a.none());
+  cls.def(
+      "_should_include_sum_term",
+      [](PyGenerator& g, nb::handle loop_vars, nb::handle idx_tuple, nb::handle tuple_set_names,
+         nb::handle env, nb::handle index_constraint, nb::handle /*expr*/, nb::handle /*eval_env*/) {
+        Generator& gen = g.core();
+        ValueVec names;
+        for (nb::handle n : nb::iter(tuple_set_names)) names.push_back(ToValue()(n));
+        const std::optional<Env> scope = env.is_none() ? std::nullopt : std::optional<Env>(to_env(env));
+        auto [env2, keep] = gen._should_include_sum_term(
+            to_value_list(loop_vars, "loop_vars"), to_value_list(idx_tuple, "idx_tuple"), names,
+            scope ? &*scope : nullptr, ToValue()(index_constraint));
+        return nb::make_tuple(ToPython()(Value::map(std::make_shared<Map>(std::move(env2)))), keep);
+      },
+      "loop_vars"_a, "idx_tuple"_a, "tuple_set_names"_a, "env"_a.none(), "index_constraint"_a.none(),
+      "expr"_a.none(), "eval_env"_a.none() = nb::none());
+  cls.def(
+      "_emit_python_expr",
+      [](PyGenerator& g, nb::handle expr, nb::handle env) {
+        Generator& gen = g.core();
+        return gen._emit_python_expr(ToValue()(expr), to_env(env));
+      },
+      "expr"_a.none(), "env"_a.none() = nb::none());
+  cls.def(
+      "_emit_symbolic_expr",
+      [](PyGenerator& g, nb::handle expr) { return g.core()._emit_symbolic_expr(ToValue()(expr)); },
+      "expr"_a.none());
+  cls.def(
+      "_traverse_expression",
+      [](PyGenerator& g, nb::handle expr) { return g.core()._traverse_expression(ToValue()(expr)); },
+      "expr"_a.none());
+  cls.def(
+      "_resolve_tuple_field",
+      [](PyGenerator& g, nb::handle tuple_type, nb::handle field, nb::handle tuple_val) {
+        Generator& gen = g.core();
+        return ToPython()(
+            gen._resolve_tuple_field(ToValue()(tuple_type), ToValue()(field), ToValue()(tuple_val)));
+      },
+      "tuple_type"_a.none(), "field"_a.none(), "tuple_val"_a.none());
+  cls.def(
+      "_get_tuple_set_names",
+      [](PyGenerator& g, nb::handle iterators) {
+        ToPython py;
+        nb::object out = nb::steal(PySet_New(nullptr));
+        for (const Value& n : g.core()._get_tuple_set_names(to_value_list(iterators, "iterators"))) {
+          if (PySet_Add(out.ptr(), py(n).ptr()) != 0) throw nb::python_error();
+        }
+        return out;
+      },
+      "iterators"_a);
+  cls.def(
+      "_resolve_tuple_index_varname",
+      [](PyGenerator& g, const std::string& vname) { return g.core()._resolve_tuple_index_varname(vname); },
+      "vname"_a);
+  cls.def(
+      "_handle_tuple_type_declaration",
+      [](PyGenerator& g, nb::handle decl) {
+        const Value d = ToValue()(decl);
+        if (!d.is_map()) raise(ErrorKind::kType, "decl must be a dict");
+        g.core()._handle_tuple_type_declaration(*d.as_map());
+      },
+      "decl"_a);
+  cls.def(
+      "_infer_var_bounds",
+      [](PyGenerator& g, const std::string& vname) {
+        const auto [lower, upper] = g.core()._infer_var_bounds(vname);
+        ToPython py;
+        return nb::make_tuple(py(lower), py(upper));
+      },
+      "vname"_a);
+  cls.def("_get_param_decl_map", [](PyGenerator& g) {
+    nb::dict out;
+    ToPython py;
+    for (const auto& [name, decl] : g.core()._get_param_decl_map())
+      out[nb::str(name.c_str(), name.size())] = py(Value::map(decl));
+    return out;
+  });
   cls.def("_ensure_aux_binary",
           [](PyGenerator& g, const std::string& base) { return g.core()._ensure_aux_binary(base); });
 }

@@ -24,14 +24,14 @@ const std::unordered_map<std::string_view, Handler>& handler_table() {
       {"minl", &E::_eval_minl},
       {"maxl", &E::_eval_maxl},
       {"conditional", &E::_eval_conditional},
-      {"sum", &E::_eval_not_yet_supported},
+      {"sum", &E::_eval_sum},
       {"parenthesized_expression", &E::_eval_parenthesized_expression},
       {"not", &E::_eval_not},
       {"and", &E::_eval_and},
       {"or", &E::_eval_or},
       {"tuple_literal", &E::_eval_tuple_literal},
       {"field_access", &E::_eval_field_access},
-      {"indexed_name", &E::_eval_not_yet_supported},
+      {"indexed_name", &E::_eval_indexed_name},
       {"index_expr", &E::_eval_index_expr},
       {"name_reference_index", &E::_eval_name_reference_index},
   };
@@ -164,11 +164,6 @@ EvalResult ExpressionEvaluator::_eval_name(const Value& expr, const Env& env) {
   }
   if (!found.is_symbolic) return EvalResult::constant(found.val);
   raise_semantic("Unresolved name '" + name + "' in expression (missing parameter or variable)");
-}
-
-EvalResult ExpressionEvaluator::_eval_not_yet_supported(const Value& expr, const Env& /*env*/) {
-  raise(ErrorKind::kNotImplemented, "Expression type '" + py_str(expr.as_map()->get("type")) +
-                                        "' is not supported by this build of the generator yet.");
 }
 
 bool is_bool_expr(const Value& e) {

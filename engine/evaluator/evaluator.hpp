@@ -74,9 +74,12 @@ class ExpressionEvaluator {
   EvalResult _eval_field_access(const Value& expr, const Env& env);
   EvalResult _eval_name_reference_index(const Value& expr, const Env& env);
 
-  // Sums and indexed names need iterator expansion, which this build does
-  // not have yet: they fail with NotImplementedError naming the node type.
-  EvalResult _eval_not_yet_supported(const Value& expr, const Env& env);
+  // Sums and indexed names.
+  EvalResult _eval_sum(const Value& expr, const Env& env);
+  bool _sum_index_constraint_satisfied(const Value& expr, const Env& env2);
+  EvalResult _eval_indexed_name(const Value& expr, const Env& env);
+  EvalResult _handle_tuple_indexed(const Value& expr, const ValueVec& indices);
+  static Value _extract_index_value(const Value& idx);
 
  private:
   // Deeper nesting than this is refused instead of exhausting the C++ stack.
@@ -86,6 +89,7 @@ class ExpressionEvaluator {
   EvalResult eval_connective(const Value& expr, const Env& env, bool is_and);
   Value tuple_member(const Value& e, const Env& env);
   Value index_tuple_member(const Value& e, const Env& env);
+  bool remap_set_members(const Map& decl, const Value& param_data, ValueVec& indices);
   EvalResult eval_equality(const Value& left, const Value& right, const Env& env);
   EvalResult dispatch(const std::string& type, const Value& expr, const Env& env);
   EvalResult checked_result(const std::string& type, EvalResult result);

@@ -60,7 +60,7 @@ EvalResult ExpressionEvaluator::_eval_index_expr(const Value& dim_expr, const En
     return EvalResult::constant(name_as_index(node.get("name"), env, *parent_.data_dict));
   if (tt == "name") return EvalResult::constant(name_as_index(node.get("value"), env, *parent_.data_dict));
   if (tt == "indexed_name") {
-    const Value val = _eval_not_yet_supported(dim_expr, env).val;
+    const Value val = _eval_indexed_name(dim_expr, env).val;
     if (val.is_map()) raise_semantic("Indexed expression used as an index must resolve to a scalar value");
     return EvalResult::constant(normalized(val));
   }

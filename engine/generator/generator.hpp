@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -11,6 +12,7 @@
 
 #include "constraints/sparse_rows.hpp"
 #include "data/lookup_result.hpp"
+#include "data/set_members.hpp"
 #include "data/var_name_index.hpp"
 #include "evaluator/eval_result.hpp"
 #include "generator/log.hpp"
@@ -95,16 +97,51 @@ class Generator {
   // A field of a tuple (or map) by its tuple type; None when unknown.
   Value _resolve_tuple_field(const Value& tuple_type, const Value& field, const Value& tuple_val);
 
+  // --- data declarations (data/) ---
+  std::vector<std::pair<std::string, MapPtr>> _get_param_decl_map();
+
+  // --- tuple types and sets (data/) ---
+  void _handle_tuple_type_declaration(const Map& decl);
+  ValueVec _get_tuple_set_names(const ValueVec& iterators);
+  std::int64_t _resolve_tuple_index_varname(const std::string& vname);
+  // The members of a tuple set, read once per build and reread only when
+  // its data entry is replaced.
+  const IndexedMembers& tuple_set_members(const std::string& set_name);
+  // Positions of the members of a plain set's data, cached the same way.
+  const IndexedMembers& set_positions(const std::string& set_name, const Value& set_data);
+
+  // --- iterators (expansion/) ---
+  using Combination = std::function<void(const Env& env, const ValueVec& idx_tuple)>;
+  std::pair<ValueVec, std::vector<ValueVec>> _unroll_iterators(const ValueVec& iterators, const Env* env);
+  // Streams the combinations of iterators whose domains may depend on
+  // earlier iterators, in nested-loop order, the last iterator fastest.
+  void iterate_iterators_dynamic(const ValueVec& iterators, const Env& outer_env, const Combination& visit);
+  std::int64_t _eval_bound_dynamic(const Value& expr, const Env& env);
+  std::pair<Env, bool> _should_include_sum_term(const ValueVec& loop_vars, const ValueVec& idx_tuple,
+                                                const ValueVec& tuple_set_names, const Env* env,
+                                                const Value& index_constraint);
+
+  // --- expression text (expansion/) ---
+  std::string _emit_python_expr(const Value& expr, const Env& env);
+  std::string _emit_symbolic_expr(const Value& expr);
+  std::string _traverse_expression(const Value& expr);
+
   // --- variable names (variables/) ---
   std::string _format_varname(const std::string& base, const ValueVec& indices, bool is_tuple_indexed);
   std::string _multi_indexed_var_name(const Value& expr, const Env& env,
                                       const IndexEvaluator* eval_index_expr);
+  bool _is_tuple_indexed(const MapPtr& decl);
+  Value _extract_field_access_index(const Value& dim, const Env& env);
+  Value _extract_tuple_index(const Value& dim, const Env& env);
+  Value _extract_normal_index(const Value& dim, const Env& env);
 
   // --- variables ---
   std::pair<std::string, std::int64_t> _add_variable(const std::string& base_name, const Value& lower,
                                                      const Value& upper);
   std::string _ensure_aux_binary(const std::string& base_name);
   std::int64_t add_column(const std::string& name);
+  std::pair<Value, Value> _infer_var_bounds(const std::string& vname);
+  void _tighten_bounds_from_constraints(std::vector<BoundPair>& bounds, const Value& constraints);
 
   // --- attributes (the contract between phases) ---
   MapPtr ast;
@@ -147,8 +184,28 @@ class Generator {
                             const Value& val);
   std::int64_t list_start_offset(const std::string& name, std::size_t position);
 
+  ValueVec domain_for_iterator(const Map& it, const Env& env);
+  Value range_bound_value(const Value& expr);
+  std::pair<std::int64_t, std::int64_t> get_range_bounds(const std::string& range_name);
+  std::int64_t declared_set_size(const std::string& set_name);
+  void check_shape(const Value& param_data, const ValueVec& dims, const std::string& param_name);
+  ValueVec dimension_keys(const Value& dim);
+  void normalise_two_dimensional(const std::string& name, const ValueVec& dims);
+  void normalise_tuple_array(const Map& decl);
+  void normalise_inline_tuple_parameter(const Map& decl);
+  ValueVec named_range_members(const Map& range_decl);
+  ValueVec indexed_set_members(const Map& rng, const Env& env);
+  void handle_scalar_variable_declaration(const Map& decl, std::vector<std::string>& names,
+                                          std::vector<BoundPair>& new_bounds,
+                                          std::vector<Value>& new_integrality);
+  void handle_indexed_variable_declaration(const Map& decl, std::vector<std::string>& names,
+                                           std::vector<BoundPair>& new_bounds,
+                                           std::vector<Value>& new_integrality);
+
   Log log_;
   std::unique_ptr<ExpressionEvaluator> expr_evaluator_;
+  std::unordered_map<std::string, IndexedMembers> tuple_set_cache_;
+  std::unordered_map<std::string, IndexedMembers> set_position_cache_;
   VarNameIndex bracket_free_names_;
   // Declarations by name, in model order; built on first use.
   std::unordered_map<std::string, std::vector<MapPtr>> decls_by_name_;

@@ -1,12 +1,15 @@
-// The variables phase: declarations become columns with bounds and integrality.
-#include <array>
+// The variables phase: declarations become columns with bounds and
+// integrality, in declaration order; within an array, the product order of
+// its dimensions is the column order.
 #include <cctype>
+#include <regex>
 #include <string>
 
 #include "generator/generator.hpp"
 #include "generator/list_text.hpp"
 #include "model/py_format.hpp"
 #include "model/repr.hpp"
+#include "model/semantics.hpp"
 
 namespace kolva {
 namespace {
@@ -33,6 +36,8 @@ bool is_one_of(const std::string& type, std::initializer_list<std::string_view> 
   return false;
 }
 
+std::string type_of(const Map& node) { return py_str(node.get("type")); }
+
 // "x_1" reads as x['1'] to a person skimming the script.
 bool alias_for(const std::string& name, std::string& base, std::string& idx) {
   if (name.find('_') == std::string::npos || name.find('[') != std::string::npos) return false;
@@ -41,15 +46,21 @@ bool alias_for(const std::string& name, std::string& base, std::string& idx) {
   idx = name.substr(cut + 1);
   if (base.empty() || idx.empty()) return false;
   std::string plain;
-  for (char ch : idx) {
+  for (const char ch : idx) {
     if (ch != '_') plain.push_back(ch);
   }
-  // Python's str.isalnum(): non-empty and every character alphanumeric.
+  // Python's str.isalnum() over ASCII; any other byte makes it false here.
   if (plain.empty()) return false;
-  for (unsigned char ch : plain) {
+  for (const unsigned char ch : plain) {
     if (ch >= 0x80 || std::isalnum(ch) == 0) return false;
   }
   return true;
+}
+
+ValueVec int_range(const Value& start, const Value& end) {
+  ValueVec out;
+  for (std::int64_t i = py_int(start), last = py_int(end); i <= last; ++i) out.push_back(Value::integer(i));
+  return out;
 }
 
 }  // namespace
@@ -63,31 +74,27 @@ void Generator::_build_variables() {
   const Value& decls = ast->at("declarations");
   for (const Value& entry : decls.items()) {
     const Map& decl = *entry.as_map();
-    const Value type_value = decl.get("type");
-    const std::string type = type_value.is_str() ? type_value.as_str() : py_str(type_value);
+    const std::string type = type_of(decl);
     if (is_one_of(type, {"dexpr", "dexpr_indexed", "range_declaration_inline", "range_declaration_external",
                          "set_declaration", "parameter_inline", "parameter_inline_indexed",
                          "parameter_external", "parameter_external_indexed", "parameter_external_explicit",
                          "parameter_external_explicit_indexed"})) {
       continue;
     }
-    if (type == "dvar") {
-      const std::string name = py_str(decl.at("name"));
-      record_column(name, static_cast<std::int64_t>(names.size()));
-      names.push_back(name);
-      const TypeDefaults d = default_bounds_for_type(decl.get("var_type"));
-      new_bounds.push_back({d.lower, d.upper});
-      new_integrality.push_back(Value::integer(d.integer));
-      continue;
+    if (type == "tuple_type") {
+      _handle_tuple_type_declaration(decl);
+    } else if (is_one_of(type, {"set_of_tuples", "set_of_tuples_external", "set_of_tuples_array_external",
+                                "typed_set", "typed_set_external", "tuple_array", "tuple_array_external"})) {
+      // Tuple sets are read when the data declarations are generated.
+    } else if (type == "dvar") {
+      handle_scalar_variable_declaration(decl, names, new_bounds, new_integrality);
+    } else if (type == "dvar_indexed") {
+      handle_indexed_variable_declaration(decl, names, new_bounds, new_integrality);
+    } else {
+      raise_semantic("Unsupported declaration type: " + type);
     }
-    if (is_one_of(type, {"dvar_indexed", "tuple_type", "set_of_tuples", "set_of_tuples_external",
-                         "set_of_tuples_array_external", "typed_set", "typed_set_external", "tuple_array",
-                         "tuple_array_external"})) {
-      raise(ErrorKind::kNotImplemented,
-            "Declaration type '" + type + "' is not supported by this build of the generator yet.");
-    }
-    raise_semantic("Unsupported declaration type: " + type);
   }
+  _tighten_bounds_from_constraints(new_bounds, ast->get("constraints", Value::list(ValueVec{})));
   var_names = std::move(names);
   bounds = std::move(new_bounds);
   integrality = std::move(new_integrality);
@@ -107,10 +114,168 @@ void Generator::_build_variables() {
   _add_code_line("integrality = " + values_text(integrality.value()));
 }
 
-// The data, objective and constraint phases are not part of this build yet:
-// a model reaches the driver with no data lines, a zero objective and no rows.
-void Generator::_generate_data_declarations(const MapPtr& /*data_dict*/) {}
-void Generator::_build_objective() {}
-void Generator::_build_constraints() {}
+void Generator::handle_scalar_variable_declaration(const Map& decl, std::vector<std::string>& names,
+                                                   std::vector<BoundPair>& new_bounds,
+                                                   std::vector<Value>& new_integrality) {
+  const std::string name = py_str(decl.at("name"));
+  record_column(name, static_cast<std::int64_t>(names.size()));
+  names.push_back(name);
+  const TypeDefaults d = default_bounds_for_type(decl.get("var_type"));
+  new_bounds.push_back({d.lower, d.upper});
+  new_integrality.push_back(Value::integer(d.integer));
+}
+
+void Generator::handle_indexed_variable_declaration(const Map& decl, std::vector<std::string>& names,
+                                                    std::vector<BoundPair>& new_bounds,
+                                                    std::vector<Value>& new_integrality) {
+  const std::string name = py_str(decl.at("name"));
+  const Value& dims = decl.at("dimensions");
+  log_.debug([&] {
+    return "[SciPyCSCCodeGenerator] _handle_indexed_variable_declaration: name=" + name +
+           ", dims=" + py_str(dims);
+  });
+  const auto eval_decl_bound = [&](const Value& expr, const Env& env) -> Value {
+    if (!expr.is_map()) return expr;
+    const EvalResult r = _eval_expr(expr, &env);
+    if (r.has_vars()) raise_semantic("Decision variables are not supported in dvar declaration bounds.");
+    return r.val;
+  };
+  const Value var_type = decl.get("var_type");
+  const auto add = [&](const std::string& column_name, const Env& env) {
+    record_column(column_name, static_cast<std::int64_t>(names.size()));
+    names.push_back(column_name);
+    const TypeDefaults d = default_bounds_for_type(var_type);
+    BoundPair pair{d.lower, d.upper};
+    // A bound key present with a null value clears the type's default.
+    if (const Value* lb = decl.find("lower_bound")) pair.lower = eval_decl_bound(*lb, env);
+    if (const Value* ub = decl.find("upper_bound")) pair.upper = eval_decl_bound(*ub, env);
+    new_bounds.push_back(std::move(pair));
+    new_integrality.push_back(Value::integer(d.integer));
+  };
+  ValueVec iter_names;
+  const Value iterators = decl.get("iterators", Value::list(ValueVec{}));
+  for (const Value& it : iterators.items()) {
+    if (it.is_map()) iter_names.push_back(it.as_map()->get("iterator"));
+  }
+  static const std::string kRangeDecl = "range_declaration_inline";
+  const ValueVec& dim_list = dims.items();
+  if (dim_list.size() == 1 && dim_list[0].is_map() &&
+      type_of(*dim_list[0].as_map()) == "named_set_dimension") {
+    const std::string set_name = py_str(dim_list[0].as_map()->at("name"));
+    const MapPtr set_decl = _find_decl(set_name);
+    ValueVec elements;
+    if (set_decl != nullptr && is_one_of(type_of(*set_decl), {"set_of_tuples", "set_of_tuples_external"})) {
+      elements = tuple_set_members(set_name).members;
+    } else if (const Value* entry = data_dict->find(set_name)) {
+      const bool wrapped = entry->is_map() && entry->as_map()->contains("elements");
+      elements = py_iterate(wrapped ? entry->as_map()->at("elements") : *entry);
+    } else if (set_decl != nullptr) {
+      const Value value = set_decl->get("value");
+      elements = value.is_none() ? ValueVec{} : py_iterate(value);
+    }
+    log_.debug([&] {
+      return "[SciPyCSCCodeGenerator] Elements for " + name + " over " + set_name + ": " +
+             repr_list(elements);
+    });
+    for (const Value& element : elements) {
+      Env env;
+      if (!iter_names.empty()) env.set(iter_names[0], element);
+      add(element.is_tuple() ? name + "[" + py_repr(element) + "]" : name + "_" + py_str(element), env);
+    }
+    return;
+  }
+  log_.debug([&] { return "[SciPyCSCCodeGenerator] Fallback for " + name + ", dims=" + py_str(dims); });
+  std::vector<ValueVec> elements_list;
+  std::vector<std::string> dim_strs;
+  const auto add_range = [&](const Map& range, const char* label) {
+    const Value start = _eval_bound(range.at("start"));
+    const Value end = _eval_bound(range.at("end"));
+    log_.debug([&] {
+      return std::string("[SciPyCSCCodeGenerator] ") + label + name + ": start=" + py_str(start) +
+             ", end=" + py_str(end);
+    });
+    elements_list.push_back(int_range(start, end));
+    dim_strs.push_back("range(" + _emit_symbolic_expr(range.at("start")) + ", " +
+                       _emit_symbolic_expr(range.at("end")) + " + 1)");
+  };
+  for (const Value& dim_value : dim_list) {
+    if (!dim_value.is_map()) continue;
+    const Map& dim = *dim_value.as_map();
+    const std::string dim_type = type_of(dim);
+    if (dim_type == "range_index") {
+      add_range(dim, "Range for ");
+    } else if (dim_type == "named_range_dimension") {
+      const std::string range_name = py_str(dim.at("name"));
+      const MapPtr range = _find_decl(range_name, &kRangeDecl);
+      if (range == nullptr) throw _not_found_error("range", range_name);
+      add_range(*range, "Named range for ");
+    } else if (dim_type == "named_set_dimension") {
+      const std::string set_name = py_str(dim.at("name"));
+      const MapPtr set_decl = _find_decl(set_name);
+      ValueVec members;
+      if (set_decl != nullptr && is_one_of(type_of(*set_decl), {"set_of_tuples", "set_of_tuples_external"})) {
+        members = tuple_set_members(set_name).members;
+      } else {
+        members = py_iterate(data_dict->get(set_name, Value::list(ValueVec{})));
+      }
+      log_.debug(
+          [&] { return "[SciPyCSCCodeGenerator] Named set for " + set_name + ": " + repr_list(members); });
+      elements_list.push_back(std::move(members));
+      dim_strs.push_back(set_name);
+    }
+  }
+  std::string dims_text;
+  for (std::size_t i = 0; i < dim_strs.size(); ++i) {
+    if (i > 0) dims_text += ", ";
+    dims_text += dim_strs[i];
+  }
+  _add_code_line("# OPL: dvar " + py_str(var_type) + " " + name + "[" + dims_text + "]");
+  for (const ValueVec& members : elements_list) {
+    if (members.empty()) return;
+  }
+  std::vector<std::size_t> pos(elements_list.size(), 0);
+  while (true) {
+    std::string column_name = name;
+    Env env;
+    for (std::size_t i = 0; i < elements_list.size(); ++i) {
+      const Value& member = elements_list[i][pos[i]];
+      column_name += '_';
+      append_str(column_name, member);
+      if (i < iter_names.size()) env.set(iter_names[i], member);
+    }
+    log_.debug([&] { return "[SciPyCSCCodeGenerator] Adding range-indexed variable: " + column_name; });
+    add(column_name, env);
+    std::size_t k = elements_list.size();
+    while (k > 0) {
+      --k;
+      if (++pos[k] < elements_list[k].size()) break;
+      pos[k] = 0;
+      if (k == 0) return;
+    }
+    if (elements_list.empty()) return;
+  }
+}
+
+std::pair<Value, Value> Generator::_infer_var_bounds(const std::string& vname) {
+  const auto column = var_indices.find(vname);
+  if (column != var_indices.end() && column->second >= 0 &&
+      static_cast<std::size_t>(column->second) < bounds.size()) {
+    const BoundPair& pair = bounds[static_cast<std::size_t>(column->second)];
+    return {pair.lower, pair.upper};
+  }
+  const auto collected = [this](const std::string& key) -> std::optional<std::pair<Value, Value>> {
+    Value lower = collected_lbs->get(key);
+    Value upper = collected_ubs->get(key);
+    if (lower.is_none() && upper.is_none()) return std::nullopt;
+    return std::make_pair(std::move(lower), std::move(upper));
+  };
+  if (auto found = collected(vname)) return *found;
+  static const std::regex kBaseName("^([A-Za-z][A-Za-z0-9]*)(?:_.*)?$");
+  std::smatch match;
+  if (std::regex_match(vname, match, kBaseName)) {
+    if (auto found = collected(match[1].str())) return *found;
+  }
+  return {Value(), Value()};
+}
 
 }  // namespace kolva
