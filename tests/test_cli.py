@@ -34,7 +34,15 @@ def test_bundled_example_runs_to_its_constant_objective(tmp_path):
 
 def test_script_goes_to_standard_output_without_output_file(tmp_path):
     model = tmp_path / "m.json"
-    model.write_text(json.dumps({"declarations": [], "objective": {"type": "minimize", "expression": {"type": "number", "value": 3}}}))
+    model.write_text(
+        json.dumps(
+            {
+                "declarations": [],
+                "objective": {"type": "minimize", "expression": {"type": "number", "value": 3}},
+                "constraints": [],
+            }
+        )
+    )
     res = run_cli("generate", str(model))
     assert res.returncode == 0, res.stderr
     assert "results['objective_value'] = 3.0" in res.stdout

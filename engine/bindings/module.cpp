@@ -2,11 +2,13 @@
 // converts results back and maps errors. No model logic lives here.
 #include <nanobind/nanobind.h>
 #include <nanobind/stl/string.h>
+#include <nanobind/stl/vector.h>
 
 #include <memory>
 #include <string>
 
 #include "bindings/convert.hpp"
+#include "constraints/build_state.hpp"
 #include "data/tuple_set_members.hpp"
 #include "evaluator/evaluator.hpp"
 #include "generator/generator.hpp"
@@ -105,17 +107,29 @@ struct PyEvaluator {
 
 Env to_env(nb::handle env) { return env.is_none() ? Env() : *to_map_or_empty(env, "env"); }
 
+PyObject* g_sparse_row_sequence = nullptr;
+
+// The raw bytes of a vector; the Python side reads them with the matching
+// NumPy dtype (int64 or float64, native byte order).
+template <typename T>
+nb::object numpy_copy(const std::vector<T>& values) {
+  static_assert(sizeof(T) == 8, "columns are int64 and values float64");
+  return nb::bytes(reinterpret_cast<const char*>(values.data()), values.size() * sizeof(T));
+}
+
+// Rows handed to Python as CSR arrays behind a read-only row sequence: no
+// Python object per nonzero.
+nb::object sparse_rows_to_python(const SparseRows& m, std::size_t n_cols) {
+  std::vector<std::int64_t> indptr(m.row_starts().begin(), m.row_starts().end());
+  std::vector<std::int64_t> widths(m.rows());
+  for (std::size_t r = 0; r < m.rows(); ++r) widths[r] = static_cast<std::int64_t>(m.width(r));
+  return nb::borrow(g_sparse_row_sequence)(numpy_copy(indptr), numpy_copy(m.cols()), numpy_copy(m.vals()),
+                                           numpy_copy(widths), n_cols);
+}
+
 nb::object problem_to_python(const LinearProblem& p) {
   ToPython py;
-  const auto rows = [](const SparseRows& m) {
-    nb::list out;
-    for (std::size_t r = 0; r < m.rows(); ++r) {
-      nb::list row;
-      for (double v : m.dense_row(r)) row.append(v);
-      out.append(row);
-    }
-    return out;
-  };
+  const auto rows = [&p](const SparseRows& m) { return sparse_rows_to_python(m, p.var_names.size()); };
   const auto floats = [](const std::vector<double>& v) {
     nb::list out;
     for (double d : v) out.append(d);
@@ -600,8 +614,142 @@ void bind_generator(nb::module_& m) {
       out[nb::str(name.c_str(), name.size())] = py(Value::map(decl));
     return out;
   });
+  cls.def(
+      "_accumulate_sum_to_dict",
+      [](PyGenerator& g, nb::handle expr, nb::handle env, double sign) {
+        Generator& gen = g.core();
+        const auto [coefs, constant] = gen._accumulate_sum_to_dict(ToValue()(expr), to_env(env), sign);
+        nb::dict out;
+        for (const KeyedCoefs::Item& item : coefs.items()) {
+          if (item.first.is_column) {
+            out[nb::int_(item.first.column)] = item.second;
+          } else {
+            out[nb::str(item.first.name.c_str(), item.first.name.size())] = item.second;
+          }
+        }
+        return nb::make_tuple(out, constant);
+      },
+      "expr"_a.none(), "env"_a.none(), "sign"_a = 1.0);
+  cls.def(
+      "_big_m_for_comparison",
+      [](PyGenerator& g, nb::handle comp, nb::handle env) {
+        Generator& gen = g.core();
+        const Env scope = to_env(env);
+        return gen._big_m_for_comparison(ToValue()(comp), &scope);
+      },
+      "comp"_a.none(), "env"_a.none() = nb::none());
+  cls.def_static(
+      "_strict_adjusted_rhs",
+      [](const std::string& op, double rhs) {
+        const auto [adjusted, value] = Generator::_strict_adjusted_rhs(op, rhs);
+        return nb::make_tuple(adjusted, value);
+      },
+      "op"_a, "rhs_value"_a);
+  cls.def_static(
+      "_is_linear_comparison",
+      [](nb::handle node) { return Generator::_is_linear_comparison(ToValue()(node)); }, "node"_a.none());
+  cls.def_static(
+      "_flatten_bool",
+      [](nb::handle node, const std::string& target) {
+        return ToPython()(Value::list(Generator::_flatten_bool(ToValue()(node), target)));
+      },
+      "node"_a.none(), "target_type"_a);
+  cls.def(
+      "_linear_bounds_safe",
+      [](PyGenerator& g, nb::handle node) {
+        const auto [lo, up] = g.core()._linear_bounds_safe(ToValue()(node));
+        ToPython py;
+        return nb::make_tuple(py(lo), py(up));
+      },
+      "node"_a.none());
+  cls.def(
+      "_var_bounds_safe",
+      [](PyGenerator& g, nb::handle node) {
+        const auto [lo, up] = g.core()._var_bounds_safe(ToValue()(node));
+        ToPython py;
+        return nb::make_tuple(py(lo), py(up));
+      },
+      "node"_a.none());
+  cls.def(
+      "_make_constraint_row",
+      [](PyGenerator& g, nb::handle coef_dict) {
+        Generator& gen = g.core();
+        std::vector<double> row(gen.var_names.size(), 0.0);
+        const Value coefs = ToValue()(coef_dict);
+        for (const Map::Item& item : coefs.as_map()->items()) {
+          if (!item.first.is_str()) continue;
+          if (const auto it = gen.var_indices.find(item.first.as_str()); it != gen.var_indices.end()) {
+            row[static_cast<std::size_t>(it->second)] += py_float(item.second);
+          }
+        }
+        return row;
+      },
+      "coef_dict"_a);
+  cls.def(
+      "_update_vector_from_coef_dict",
+      [](PyGenerator& g, nb::handle coef_dict, nb::list vector, nb::handle op) {
+        Generator& gen = g.core();
+        std::vector<double> values;
+        for (nb::handle v : vector) values.push_back(nb::cast<double>(v));
+        CoefDict coefs;
+        for (const Map::Item& item : ToValue()(coef_dict).as_map()->items()) {
+          if (item.first.is_str()) coefs.set(item.first.as_str(), py_float(item.second));
+        }
+        const std::string how = op.is_none() ? std::string() : nb::cast<std::string>(op);
+        gen._update_vector_from_coef_dict(coefs, values, how);
+        for (std::size_t i = 0; i < values.size(); ++i) vector[i] = values[i];
+      },
+      "coef_dict"_a, "vector"_a, "op"_a.none() = nb::none());
+  cls.def(
+      "_finalize_constraint_state",
+      [](PyGenerator& g, const ConstraintBuildState& state) { g.core()._finalize_constraint_state(state); },
+      "state"_a);
+  cls.def(
+      "_append_sparse_row",
+      [](PyGenerator& g, ConstraintBuildState& state, const std::vector<double>& row, double rhs,
+         const std::string& sense) {
+        g.core();
+        std::vector<std::pair<std::int64_t, double>> entries;
+        for (std::size_t col = 0; col < row.size(); ++col)
+          entries.emplace_back(static_cast<std::int64_t>(col), row[col]);
+        append_sparse_row(state, entries, rhs, sense);
+      },
+      "state"_a, "row"_a, "rhs"_a, nb::kw_only(), "sense"_a);
+  cls.def(
+      "_append_sparse_coef_row",
+      [](PyGenerator& g, ConstraintBuildState& state, nb::handle coef_by_var, double rhs,
+         const std::string& sense) {
+        Generator& gen = g.core();
+        std::vector<double> row(gen.var_names.size(), 0.0);
+        for (const Map::Item& item : ToValue()(coef_by_var).as_map()->items()) {
+          if (!item.first.is_str()) continue;
+          if (const auto it = gen.var_indices.find(item.first.as_str()); it != gen.var_indices.end()) {
+            row[static_cast<std::size_t>(it->second)] += py_float(item.second);
+          }
+        }
+        std::vector<std::pair<std::int64_t, double>> entries;
+        for (std::size_t col = 0; col < row.size(); ++col)
+          entries.emplace_back(static_cast<std::int64_t>(col), row[col]);
+        append_sparse_row(state, entries, rhs, sense);
+      },
+      "state"_a, "coef_by_var"_a, "rhs"_a, nb::kw_only(), "sense"_a);
   cls.def("_ensure_aux_binary",
           [](PyGenerator& g, const std::string& base) { return g.core()._ensure_aux_binary(base); });
+}
+
+void bind_build_state(nb::module_& m) {
+  nb::class_<ConstraintBuildState> cls(m, "_ConstraintBuildState");
+  cls.def(nb::init<>());
+  cls.def_rw("A_eq_rows", &ConstraintBuildState::A_eq_rows);
+  cls.def_rw("A_eq_cols", &ConstraintBuildState::A_eq_cols);
+  cls.def_rw("A_eq_data", &ConstraintBuildState::A_eq_data);
+  cls.def_rw("b_eq", &ConstraintBuildState::b_eq);
+  cls.def_rw("A_ub_rows", &ConstraintBuildState::A_ub_rows);
+  cls.def_rw("A_ub_cols", &ConstraintBuildState::A_ub_cols);
+  cls.def_rw("A_ub_data", &ConstraintBuildState::A_ub_data);
+  cls.def_rw("b_ub", &ConstraintBuildState::b_ub);
+  cls.def_rw("eq_row_idx", &ConstraintBuildState::eq_row_idx);
+  cls.def_rw("ub_row_idx", &ConstraintBuildState::ub_row_idx);
 }
 
 void bind_evaluator(nb::module_& m) {
@@ -646,10 +794,13 @@ NB_MODULE(_engine, m) {
       nb::object(nb::module_::import_("kolva.semantic_error").attr("SemanticError")).release().ptr();
   g_linear_problem =
       nb::object(nb::module_::import_("kolva.linear_problem").attr("LinearProblem")).release().ptr();
+  g_sparse_row_sequence =
+      nb::object(nb::module_::import_("kolva.linear_problem").attr("SparseRowSequence")).release().ptr();
   nb::register_exception_translator(translate_error);
   m.attr("BIG_M_DEFAULT") = kolva::kBigMDefault;
   m.attr("BOOL_EPS") = kolva::kBoolEps;
   bind_value_hooks(m);
+  bind_build_state(m);
   bind_generator(m);
   bind_evaluator(m);
 }

@@ -64,6 +64,7 @@ std::string keys_text(const Map& map) {
 
 LookupResult Generator::_lookup_var_or_param(const std::string& name, const ValueVec* indices, const Env* env,
                                              bool default_zero_if_missing) {
+  default_zero_if_missing = default_zero_if_missing || default_zero_override_;
   const Env empty;
   const Env& scope = env != nullptr ? *env : empty;
   if (indices == nullptr) {

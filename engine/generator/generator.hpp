@@ -10,11 +10,13 @@
 #include <unordered_map>
 #include <vector>
 
+#include "constraints/build_state.hpp"
 #include "constraints/sparse_rows.hpp"
 #include "data/lookup_result.hpp"
 #include "data/set_members.hpp"
 #include "data/var_name_index.hpp"
 #include "evaluator/eval_result.hpp"
+#include "expansion/keyed_coefs.hpp"
 #include "generator/log.hpp"
 #include "generator/problem.hpp"
 #include "model/error.hpp"
@@ -121,6 +123,30 @@ class Generator {
                                                 const ValueVec& tuple_set_names, const Env* env,
                                                 const Value& index_constraint);
 
+  // --- constraint rows (constraints/) ---
+  void _finalize_constraint_state(const ConstraintBuildState& state);
+  double _big_m_for_comparison(const Value& comp, const Env* env);
+  static std::pair<std::string, double> _strict_adjusted_rhs(const std::string& op, double rhs_value);
+  static bool _is_linear_comparison(const Value& node);
+  static ValueVec _flatten_bool(const Value& node, const std::string& target_type);
+  std::pair<Value, Value> _var_bounds_safe(const Value& node);
+  std::pair<Value, Value> _linear_bounds_safe(const Value& node);
+
+  // --- objective and sum accumulation (expansion/) ---
+  void _update_vector_from_coef_dict(const CoefDict& coef_dict, std::vector<double>& vector,
+                                     std::string_view op);
+  void _accumulate_objective(const Value& expr, std::vector<double>& vec);
+  void _accumulate_objective_sum(const Value& expr, std::vector<double>& vec, double sign);
+  void _accumulate_objective_binop(const Value& expr, std::vector<double>& vec);
+  std::pair<KeyedCoefs, double> _accumulate_sum_to_dict(const Value& expr, const Env& env, double sign);
+  void _accumulate_sum_expr(const Value& expr, const Env& env, KeyedCoefs& coefs, double sign,
+                            double& constant);
+  void _accumulate_binop_with_sum(const Value& expr, const Env& env, KeyedCoefs& coefs, double sign,
+                                  double& constant);
+  // The column of a term's variable: its name, or its tuple subscript brought
+  // to the registered spelling; none when it is not a column.
+  std::optional<std::int64_t> column_of_term(const std::string& name);
+
   // --- expression text (expansion/) ---
   std::string _emit_python_expr(const Value& expr, const Env& env);
   std::string _emit_symbolic_expr(const Value& expr);
@@ -202,6 +228,11 @@ class Generator {
                                            std::vector<BoundPair>& new_bounds,
                                            std::vector<Value>& new_integrality);
 
+  void add_to_offset(const Value& v, double factor);
+
+  friend class DefaultZeroScope;
+  // While set, every lookup reads a missing parameter as zero.
+  bool default_zero_override_ = false;
   Log log_;
   std::unique_ptr<ExpressionEvaluator> expr_evaluator_;
   std::unordered_map<std::string, IndexedMembers> tuple_set_cache_;
@@ -210,6 +241,34 @@ class Generator {
   // Declarations by name, in model order; built on first use.
   std::unordered_map<std::string, std::vector<MapPtr>> decls_by_name_;
   bool decls_indexed_ = false;
+};
+
+// Allows non-ground Boolean results for the lifetime of the scope (the
+// constraint build), restoring the earlier setting on every exit path.
+class SymbolicBoolScope {
+ public:
+  explicit SymbolicBoolScope(Generator& gen);
+  SymbolicBoolScope(const SymbolicBoolScope&) = delete;
+  SymbolicBoolScope& operator=(const SymbolicBoolScope&) = delete;
+  ~SymbolicBoolScope();
+
+ private:
+  Generator& gen_;
+  bool saved_;
+};
+
+// Reads missing parameters as zero for the lifetime of the scope, on every
+// exit path, and restores the setting it found.
+class DefaultZeroScope {
+ public:
+  explicit DefaultZeroScope(Generator& gen);
+  DefaultZeroScope(const DefaultZeroScope&) = delete;
+  DefaultZeroScope& operator=(const DefaultZeroScope&) = delete;
+  ~DefaultZeroScope();
+
+ private:
+  Generator& gen_;
+  bool saved_;
 };
 
 }  // namespace kolva

@@ -78,17 +78,32 @@ constexpr auto kNonPrintable = std::to_array<CodePointRange>({
 #include "unicode_printable_table.inc"
 });
 
+constexpr auto kAlnum = std::to_array<CodePointRange>({
+#include "unicode_alnum_table.inc"
+});
+
 constexpr char32_t kMaxCodePoint = 0x10FFFF;
 constexpr char32_t kSurrogateEscapeBase = 0xDC00;
 
-constexpr bool table_is_sorted() {
-  for (std::size_t i = 0; i < std::size(kNonPrintable); ++i) {
-    if (kNonPrintable[i].first > kNonPrintable[i].last) return false;
-    if (i > 0 && kNonPrintable[i - 1].last >= kNonPrintable[i].first) return false;
+template <std::size_t N>
+constexpr bool table_is_sorted(const std::array<CodePointRange, N>& table) {
+  for (std::size_t i = 0; i < N; ++i) {
+    if (table[i].first > table[i].last) return false;
+    if (i > 0 && table[i - 1].last >= table[i].first) return false;
   }
   return true;
 }
-static_assert(table_is_sorted(), "unicode_printable_table.inc must be sorted and disjoint");
+static_assert(table_is_sorted(kNonPrintable), "unicode_printable_table.inc must be sorted and disjoint");
+static_assert(table_is_sorted(kAlnum), "unicode_alnum_table.inc must be sorted and disjoint");
+
+template <std::size_t N>
+bool in_ranges(const std::array<CodePointRange, N>& table, char32_t code_point) {
+  // First range starting after code_point; the one before it may contain it.
+  const auto* after =
+      std::upper_bound(table.begin(), table.end(), code_point,
+                       [](char32_t cp, const CodePointRange& range) { return cp < range.first; });
+  return after != table.begin() && code_point <= std::prev(after)->last;
+}
 
 struct Decoded {
   char32_t code_point;
@@ -204,12 +219,17 @@ std::string py_repr_float(double value) {
 
 bool py_is_printable(char32_t code_point) {
   if (code_point > kMaxCodePoint) return false;
-  // First range starting after code_point; the one before it may contain it.
-  const auto* after =
-      std::upper_bound(std::begin(kNonPrintable), std::end(kNonPrintable), code_point,
-                       [](char32_t cp, const CodePointRange& range) { return cp < range.first; });
-  if (after == std::begin(kNonPrintable)) return true;
-  return code_point > std::prev(after)->last;
+  return !in_ranges(kNonPrintable, code_point);
+}
+
+bool py_str_isalnum(std::string_view utf8) {
+  if (utf8.empty()) return false;
+  for (std::size_t pos = 0; pos < utf8.size();) {
+    const Decoded d = decode_one(utf8, pos);
+    if (!d.valid || !in_ranges(kAlnum, d.code_point)) return false;
+    pos += d.length;
+  }
+  return true;
 }
 
 std::string py_repr_str(std::string_view utf8) {

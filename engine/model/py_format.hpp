@@ -17,4 +17,8 @@ std::string py_repr_str(std::string_view utf8);
 // True when CPython's str.isprintable() holds for this single code point.
 bool py_is_printable(char32_t code_point);
 
+// str.isalnum() of a UTF-8 encoded string: non-empty, every character a
+// letter or a digit in Python's sense.
+bool py_str_isalnum(std::string_view utf8);
+
 }  // namespace kolva

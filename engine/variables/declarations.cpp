@@ -1,7 +1,6 @@
 // The variables phase: declarations become columns with bounds and
 // integrality, in declaration order; within an array, the product order of
 // its dimensions is the column order.
-#include <cctype>
 #include <regex>
 #include <string>
 
@@ -49,12 +48,7 @@ bool alias_for(const std::string& name, std::string& base, std::string& idx) {
   for (const char ch : idx) {
     if (ch != '_') plain.push_back(ch);
   }
-  // Python's str.isalnum() over ASCII; any other byte makes it false here.
-  if (plain.empty()) return false;
-  for (const unsigned char ch : plain) {
-    if (ch >= 0x80 || std::isalnum(ch) == 0) return false;
-  }
-  return true;
+  return py_str_isalnum(plain);
 }
 
 ValueVec int_range(const Value& start, const Value& end) {

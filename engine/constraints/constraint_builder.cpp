@@ -1,0 +1,148 @@
+// The constraint driver: walks the model's constraints, then publishes the
+// rows as generator attributes and as the script's triplet lines.
+#include "constraints/constraint_builder.hpp"
+
+#include <algorithm>
+#include <string>
+
+#include "generator/list_text.hpp"
+#include "model/py_format.hpp"
+#include "model/repr.hpp"
+
+namespace kolva {
+namespace {
+
+template <typename T>
+std::string int_list_text(const std::vector<T>& values) {
+  std::string out = "[";
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    if (i > 0) out += ", ";
+    out += std::to_string(values[i]);
+  }
+  out += ']';
+  return out;
+}
+
+// Triplets of one system, assigned into rows of width n_vars: a later
+// triplet of the same cell replaces an earlier one.
+SparseRows rows_from_triplets(const std::vector<std::int64_t>& rows, const std::vector<std::int64_t>& cols,
+                              const std::vector<double>& data, std::size_t n_rows, std::size_t n_vars) {
+  std::vector<std::vector<std::pair<std::int64_t, double>>> per_row(n_rows);
+  for (std::size_t k = 0; k < rows.size(); ++k)
+    per_row[static_cast<std::size_t>(rows[k])].emplace_back(cols[k], data[k]);
+  SparseRows out;
+  for (auto& entries : per_row) {
+    const bool ascending =
+        std::adjacent_find(entries.begin(), entries.end(),
+                           [](const auto& a, const auto& b) { return a.first >= b.first; }) == entries.end();
+    if (!ascending) {
+      std::stable_sort(entries.begin(), entries.end(),
+                       [](const auto& a, const auto& b) { return a.first < b.first; });
+      std::vector<std::pair<std::int64_t, double>> unique;
+      for (const auto& entry : entries) {
+        if (!unique.empty() && unique.back().first == entry.first) {
+          unique.back().second = entry.second;
+        } else {
+          unique.push_back(entry);
+        }
+      }
+      entries = std::move(unique);
+    }
+    out.append(n_vars, entries);
+  }
+  return out;
+}
+
+// The bounds line as this stage writes it: pairs in round brackets.
+std::string tuple_bounds_text(const std::vector<BoundPair>& bounds) {
+  std::string out = "[";
+  for (std::size_t i = 0; i < bounds.size(); ++i) {
+    if (i > 0) out += ", ";
+    out += '(';
+    append_str(out, bounds[i].lower);
+    out += ", ";
+    append_str(out, bounds[i].upper);
+    out += ')';
+  }
+  out += ']';
+  return out;
+}
+
+}  // namespace
+
+ConstraintBuilder::ConstraintBuilder(Generator& generator) : gen(generator) {
+  ctx.state = &state;
+  ctx.comparison_truth_cache = gen.comparison_truth_cache;
+  ctx.subtree_var_cache = gen.bool_subtree_cache;
+}
+
+void ConstraintBuilder::append_eq_row(double rhs) {
+  append_sparse_row(state, row_.sorted_entries(), rhs, "eq");
+}
+
+void ConstraintBuilder::append_ub_row(double rhs) {
+  append_sparse_row(state, row_.sorted_entries(), rhs, "ub");
+}
+
+void Generator::_build_constraints() {
+  _add_code_line("# Constraints (sparse)");
+  log_.debug([] { return std::string("[SciPyCSCCodeGenerator] Entering _build_constraints"); });
+  ConstraintBuilder builder(*this);
+  aux_created.emplace();
+  {
+    // Non-ground Boolean results are allowed only while constraints are built.
+    const SymbolicBoolScope allow(*this);
+    const Value& constraints = ast->at("constraints");
+    for (const Value& entry : constraints.items()) {
+      if (!entry.is_map()) {
+        raise(ErrorKind::kType, std::string("a constraint must be a dict, not '") + type_name(entry) + "'");
+      }
+      const Env env;
+      builder.handle_constraint(entry.as_map(), env);
+    }
+  }
+  _finalize_constraint_state(builder.state);
+  for (std::string& line : scipy_code_lines) {
+    if (line.starts_with("var_names = ")) {
+      line = "var_names = " + names_text(var_names);
+    } else if (line.starts_with("bounds = ")) {
+      line = "bounds = " + tuple_bounds_text(bounds);
+    } else if (line.starts_with("integrality = ")) {
+      line = "integrality = " + values_text(integrality.value_or(std::vector<Value>{}));
+    } else if (line.starts_with("c = ")) {
+      c.resize(var_names.size(), 0.0);
+      line = "c = " + floats_text(c);
+    }
+  }
+}
+
+void Generator::_finalize_constraint_state(const ConstraintBuildState& state) {
+  const std::size_t n_vars = var_names.size();
+  A_eq = rows_from_triplets(state.A_eq_rows, state.A_eq_cols, state.A_eq_data, state.b_eq.size(), n_vars);
+  b_eq = state.b_eq;
+  A_ub = rows_from_triplets(state.A_ub_rows, state.A_ub_cols, state.A_ub_data, state.b_ub.size(), n_vars);
+  b_ub = state.b_ub;
+  _add_code_line("from scipy.sparse import csr_matrix");
+  _add_code_line("A_eq_rows = " + int_list_text(state.A_eq_rows));
+  _add_code_line("A_eq_cols = " + int_list_text(state.A_eq_cols));
+  _add_code_line("A_eq_data = " + floats_text(state.A_eq_data));
+  _add_code_line("b_eq = " + floats_text(state.b_eq));
+  _add_code_line("A_ub_rows = " + int_list_text(state.A_ub_rows));
+  _add_code_line("A_ub_cols = " + int_list_text(state.A_ub_cols));
+  _add_code_line("A_ub_data = " + floats_text(state.A_ub_data));
+  _add_code_line("b_ub = " + floats_text(state.b_ub));
+  _add_code_line("A_eq = csr_matrix((A_eq_data, (A_eq_rows, A_eq_cols)), shape=(" +
+                 std::to_string(state.b_eq.size()) + ", " + std::to_string(n_vars) +
+                 ")) if len(b_eq) > 0 else None");
+  _add_code_line("A_ub = csr_matrix((A_ub_data, (A_ub_rows, A_ub_cols)), shape=(" +
+                 std::to_string(state.b_ub.size()) + ", " + std::to_string(n_vars) +
+                 ")) if len(b_ub) > 0 else None");
+}
+
+SymbolicBoolScope::SymbolicBoolScope(Generator& gen) : gen_(gen), saved_(gen.allow_symbolic_bool) {
+  gen_.allow_symbolic_bool = true;
+}
+
+SymbolicBoolScope::~SymbolicBoolScope() { gen_.allow_symbolic_bool = saved_; }
+
+}  // namespace kolva

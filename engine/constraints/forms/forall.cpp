@@ -1,0 +1,61 @@
+// Forall: `forall(i in I, ...) body` and `forall(...) {bodies}`.
+// Recognises a forall_constraint. Emits nothing itself: each body goes
+// through the whole chain again under the Env extended by each combination
+// of the iterators that passes the filter.
+#include <string>
+
+#include "constraints/forms/forms.hpp"
+#include "model/repr.hpp"
+#include "model/semantics.hpp"
+
+namespace kolva::forms {
+
+Claim forall(ConstraintBuilder& b, ConstraintCall& call) {
+  const Map& constr = *call.constr;
+  if (py_str(constr.get("type")) != "forall_constraint") return Claim::kPass;
+  Generator& gen = b.gen;
+  const Value iterators = constr.get("iterators");
+  const Value index_constraint = constr.get("index_constraint");
+  if (iterators.is_none()) throw Generator::_unsupported_type_error("forall_constraint", "missing iterators");
+  ValueVec bodies;
+  if (const Value* one = constr.find("constraint")) {
+    bodies.push_back(*one);
+  } else if (const Value* many = constr.find("constraints")) {
+    bodies = many->items();
+  } else {
+    throw Generator::_unsupported_type_error("forall_constraint", "missing constraint(s)");
+  }
+  const auto [loop_vars, loop_ranges] = gen._unroll_iterators(iterators.items(), nullptr);
+  for (const ValueVec& r : loop_ranges) {
+    if (r.empty()) return Claim::kDone;
+  }
+  std::vector<std::size_t> pos(loop_ranges.size(), 0);
+  while (true) {
+    Env env2 = call.env;
+    for (std::size_t i = 0; i < loop_vars.size(); ++i) env2.set(loop_vars[i], loop_ranges[i][pos[i]]);
+    bool keep = true;
+    if (!index_constraint.is_none()) {
+      try {
+        keep = py_truth(gen._eval_expr(index_constraint, &env2).val);
+      } catch (const Error&) {
+        keep = true;  // a filter that cannot be evaluated keeps the combination
+      }
+    }
+    if (keep) {
+      for (const Value& body : bodies) {
+        if (!body.is_map()) raise(ErrorKind::kType, "a forall body must be a constraint dict");
+        b.handle_constraint(body.as_map(), env2);
+      }
+    }
+    std::size_t k = loop_ranges.size();
+    while (k > 0) {
+      --k;
+      if (++pos[k] < loop_ranges[k].size()) break;
+      pos[k] = 0;
+      if (k == 0) return Claim::kDone;
+    }
+    if (loop_ranges.empty()) return Claim::kDone;
+  }
+}
+
+}  // namespace kolva::forms
