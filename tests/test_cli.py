@@ -75,3 +75,58 @@ def test_help_describes_the_json_conventions():
     res = run_cli("--help")
     assert res.returncode == 0
     assert "tuples as arrays" in res.stdout
+
+
+def transport_reference_optimum():
+    """The bundled transportation model written directly as an LP, without the engine."""
+    from scipy.optimize import linprog
+
+    data = json.loads((EXAMPLES / "transport.data.json").read_text())
+    plants, markets = data["Plants"], data["Markets"]
+    cost = [90 * data["distance"][p][m] / 1000 for p in plants for m in markets]
+    a_ub, b_ub = [], []
+    for i, p in enumerate(plants):
+        a_ub.append([1.0 if k // len(markets) == i else 0.0 for k in range(len(cost))])
+        b_ub.append(data["capacity"][p])
+    for j, m in enumerate(markets):
+        a_ub.append([-1.0 if k % len(markets) == j else 0.0 for k in range(len(cost))])
+        b_ub.append(-data["demand"][m])
+    return linprog(cost, A_ub=a_ub, b_ub=b_ub, bounds=[(0, None)] * len(cost), method="highs").fun
+
+
+def test_solve_prints_the_transport_optimum_both_ways():
+    args = ("solve", str(EXAMPLES / "transport.json"), "--data", str(EXAMPLES / "transport.data.json"))
+    in_memory = run_cli(*args)
+    via_script = run_cli(*args, "--via-script")
+    assert in_memory.returncode == 0, in_memory.stderr
+    assert via_script.returncode == 0, via_script.stderr
+    assert in_memory.stdout == via_script.stdout
+    lines = in_memory.stdout.splitlines()
+    assert "status: OPTIMAL" in lines
+    objective = float(next(line for line in lines if line.startswith("objective: ")).split(": ")[1])
+    assert abs(objective - transport_reference_optimum()) < 1e-9
+    assert abs(objective - 153.675) < 1e-9
+
+
+def test_solve_reports_an_infeasible_model(tmp_path):
+    model = tmp_path / "m.json"
+    x = {"type": "name", "value": "x"}
+    model.write_text(
+        json.dumps(
+            {
+                "declarations": [{"type": "dvar", "name": "x", "var_type": "float+"}],
+                "objective": {"type": "minimize", "expression": x},
+                "constraints": [{"type": "constraint", "op": "<=", "left": x, "right": {"type": "number", "value": -1}}],
+            }
+        )
+    )
+    for extra in ((), ("--via-script",)):
+        res = run_cli("solve", str(model), *extra)
+        assert res.returncode == 1
+        assert "status: INFEASIBLE" in res.stdout
+
+
+def test_module_entry_point_has_solve_help():
+    res = run_cli("solve", "--help")
+    assert res.returncode == 0
+    assert "--via-script" in res.stdout

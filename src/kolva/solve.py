@@ -1,0 +1,77 @@
+"""Solving a generated program with SciPy's HiGHS, in memory or via its script."""
+
+from __future__ import annotations
+
+import os
+import sys
+from contextlib import contextmanager
+from dataclasses import dataclass, field
+from typing import Dict, Optional
+
+_STATUS = {0: "OPTIMAL", 1: "ITERATION_LIMIT", 2: "INFEASIBLE", 3: "UNBOUNDED"}
+
+
+@dataclass
+class Solution:
+    """What a solve found: status word, objective in the model's sense, values."""
+
+    status: str
+    objective_value: Optional[float]
+    values: Dict[str, float] = field(default_factory=dict)
+    message: str = ""
+
+
+def solve_problem(problem) -> Solution:
+    """Solve a LinearProblem through its sparse matrices with linprog(method='highs')."""
+    import numpy as np
+    from scipy.optimize import linprog
+
+    if not problem.var_names:
+        feasible = all(abs(v) <= 1e-09 for v in problem.b_eq) and all(v >= -1e-09 for v in problem.b_ub)
+        return Solution("OPTIMAL" if feasible else "INFEASIBLE", problem.objective_offset if feasible else None)
+    kwargs = {}
+    if len(problem.b_ub):
+        kwargs.update(A_ub=problem.A_ub.tocsr(), b_ub=np.asarray(problem.b_ub, dtype=float))
+    if len(problem.b_eq):
+        kwargs.update(A_eq=problem.A_eq.tocsr(), b_eq=np.asarray(problem.b_eq, dtype=float))
+    if any(problem.integrality):
+        kwargs["integrality"] = problem.integrality
+    res = linprog(problem.c, bounds=problem.bounds, method="highs", **kwargs)
+    status = _STATUS.get(res.status, "ERROR")
+    if not (res.success and res.status == 0):
+        return Solution(status, None, message=str(res.message))
+    objective = -res.fun if problem.sense == "maximize" else res.fun
+    values = {name: float(x) for name, x in zip(problem.var_names, res.x)}
+    return Solution(status, float(objective + problem.objective_offset), values)
+
+
+@contextmanager
+def _quiet_stdout():
+    """Silence the script's prints and the solver's log, both at the file-descriptor level."""
+    sys.stdout.flush()
+    saved = os.dup(1)
+    try:
+        with open(os.devnull, "w") as devnull:
+            os.dup2(devnull.fileno(), 1)
+            yield
+    finally:
+        sys.stdout.flush()
+        os.dup2(saved, 1)
+        os.close(saved)
+
+
+def solve_script(script: str, filename: str = "<kolva script>") -> Solution:
+    """Run a generated script and read its result map."""
+    namespace = {"results_container": {}}
+    code = compile(script, filename, "exec")
+    with _quiet_stdout():
+        exec(code, namespace)
+    result = namespace["results_container"]["scipy_output"]
+    values = {name: float(x) for name, x in result.get("solution", {}).items()}
+    objective = result.get("objective_value")
+    return Solution(
+        result["status"],
+        None if objective is None else float(objective),
+        values,
+        message=str(result.get("message", "")),
+    )
