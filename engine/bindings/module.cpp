@@ -246,8 +246,9 @@ void bind_generator(nb::module_& m) {
   cls.def_prop_ro("var_names", [](PyGenerator& g) { return string_list(g.gen->var_names); });
   cls.def_prop_ro("var_indices", [](PyGenerator& g) {
     nb::dict d;
-    for (const std::string& name : g.gen->var_indices_order) {
-      d[nb::str(name.c_str(), name.size())] = g.gen->var_indices.at(name);
+    const NameTable& table = g.gen->var_indices;
+    for (std::size_t i = 0; i < table.size(); ++i) {
+      d[nb::str(table.keys()[i].c_str(), table.keys()[i].size())] = table.value_at(i);
     }
     return d;
   });
@@ -678,8 +679,8 @@ void bind_generator(nb::module_& m) {
         const Value coefs = ToValue()(coef_dict);
         for (const Map::Item& item : coefs.as_map()->items()) {
           if (!item.first.is_str()) continue;
-          if (const auto it = gen.var_indices.find(item.first.as_str()); it != gen.var_indices.end()) {
-            row[static_cast<std::size_t>(it->second)] += py_float(item.second);
+          if (const std::int64_t* it = gen.var_indices.find(item.first.as_str()); it != nullptr) {
+            row[static_cast<std::size_t>(*it)] += py_float(item.second);
           }
         }
         return row;
@@ -692,7 +693,8 @@ void bind_generator(nb::module_& m) {
         std::vector<double> values;
         for (nb::handle v : vector) values.push_back(nb::cast<double>(v));
         CoefDict coefs;
-        for (const Map::Item& item : ToValue()(coef_dict).as_map()->items()) {
+        const Value coefs_value = ToValue()(coef_dict);
+        for (const Map::Item& item : coefs_value.as_map()->items()) {
           if (item.first.is_str()) coefs.set(item.first.as_str(), py_float(item.second));
         }
         const std::string how = op.is_none() ? std::string() : nb::cast<std::string>(op);
@@ -721,10 +723,11 @@ void bind_generator(nb::module_& m) {
          const std::string& sense) {
         Generator& gen = g.core();
         std::vector<double> row(gen.var_names.size(), 0.0);
-        for (const Map::Item& item : ToValue()(coef_by_var).as_map()->items()) {
+        const Value coefs_value = ToValue()(coef_by_var);
+        for (const Map::Item& item : coefs_value.as_map()->items()) {
           if (!item.first.is_str()) continue;
-          if (const auto it = gen.var_indices.find(item.first.as_str()); it != gen.var_indices.end()) {
-            row[static_cast<std::size_t>(it->second)] += py_float(item.second);
+          if (const std::int64_t* it = gen.var_indices.find(item.first.as_str()); it != nullptr) {
+            row[static_cast<std::size_t>(*it)] += py_float(item.second);
           }
         }
         std::vector<std::pair<std::int64_t, double>> entries;

@@ -280,6 +280,7 @@ void Generator::_generate_data_declarations(const MapPtr& data) {
       normalise_inline_tuple_parameter(decl);
     }
   }
+  list_starts_.clear();
   _add_code_line("# Data from .dat file");
   for (const Map::Item& item : std::vector<Map::Item>(data->items())) {
     const std::string name = py_str(item.first);

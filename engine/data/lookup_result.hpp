@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 #include "model/value.hpp"
 
 namespace kolva {
@@ -9,6 +11,8 @@ struct LookupResult {
   bool is_var = false;
   Value val;
   bool is_symbolic = false;
+  // The variable's column when is_var; lets callers skip a second lookup.
+  std::int64_t column = -1;
 };
 
 }  // namespace kolva

@@ -97,9 +97,9 @@ LookupResult Generator::_lookup_var_or_param(const std::string& name, const Valu
 
 std::optional<LookupResult> Generator::_resolve_variable(const std::string& name, const ValueVec* indices) {
   if (indices == nullptr) {
-    if (var_indices.contains(name)) {
+    if (const std::int64_t* column = var_indices.find(name)) {
       log_.debug([&] { return "[resolve_variable] Found scalar variable: " + name; });
-      return LookupResult{true, Value::str(name), false};
+      return LookupResult{true, Value::str(name), false, *column};
     }
     log_.debug([&] { return "[resolve_variable] Scalar variable not found: " + name; });
     return std::nullopt;
@@ -116,14 +116,14 @@ std::optional<LookupResult> Generator::_resolve_variable(const std::string& name
     return "[resolve_variable] Trying indexed variable: " + vname + " (indices=" + repr_list(norm_indices) +
            ")";
   });
-  if (var_indices.contains(vname)) {
+  if (const std::int64_t* column = var_indices.find(vname)) {
     log_.debug([&] { return "[resolve_variable] Found indexed variable: " + vname; });
-    return LookupResult{true, Value::str(vname), false};
+    return LookupResult{true, Value::str(vname), false, *column};
   }
   // Names formed from tuples, such as x_(1, 2), whatever the bracket spelling.
-  if (const std::string* match = bracket_free_names_.first_match(name + "_", vname)) {
+  if (const std::string* match = bracket_free_names_.first_match(name + "_", vname, var_indices)) {
     log_.debug([&] { return "[resolve_variable] Found symbolic indexed variable: " + *match; });
-    return LookupResult{true, Value::str(*match), false};
+    return LookupResult{true, Value::str(*match), false, *var_indices.find(*match)};
   }
   std::string details;
   bool out_of_domain = false;
@@ -201,11 +201,17 @@ bool Generator::domain_check_fails(const std::string& name, const ValueVec& norm
 
 LookupResult Generator::_resolve_parameter(const std::string& name, const ValueVec* indices, const Env& env,
                                            bool default_zero_if_missing) {
-  Value val = data_dict->contains(name + "__map") ? data_dict->at(name + "__map") : data_dict->get(name);
+  // The mapped form of a parameter, when the data has one, is preferred.
+  thread_local std::string mapped_key;
+  mapped_key.assign(name);
+  mapped_key += "__map";
+  const Value* mapped = data_dict->find(std::string_view(mapped_key));
+  Value val = mapped != nullptr ? *mapped : data_dict->get(name);
   if (val.is_list() && indices != nullptr) {
     try {
       if (MapPtr converted = convert_key_value_list(val.items())) {
         data_dict->set(name, Value::map(converted));
+        list_starts_.clear();
         val = Value::map(converted);
         log_.debug([&] {
           return "[resolve_parameter] Converted flat KV list to dict for param '" + name +
@@ -328,21 +334,36 @@ Value Generator::resolve_scalar_data(const std::string& name, const ValueVec* in
 // gives a range start.
 std::int64_t Generator::list_start_offset(const std::string& name, std::size_t position) {
   static const std::string kRangeDecl = "range_declaration_inline";
+  const MapPtr decl = [&]() -> MapPtr {
+    try {
+      return _find_decl(name);
+    } catch (const Error&) {
+      return nullptr;
+    }
+  }();
+  if (decl == nullptr) return 1;
+  // A declaration's starts do not change within a build; read each once.
+  std::vector<std::optional<std::int64_t>>& starts = list_starts_[decl.get()];
+  if (position < starts.size() && starts[position]) return *starts[position];
+  std::int64_t start = 1;
   try {
-    const MapPtr decl = _find_decl(name);
-    if (decl == nullptr) return 1;
     const Value* dims = decl->find("dimensions");
-    if (dims == nullptr || !dims->is_sequence() || position >= dims->items().size()) return 1;
-    const Map& dim = *dims->items()[position].as_map();
-    if (has_type(dim, "range_index")) return py_int(_eval_bound(dim.at("start")));
-    if (has_type(dim, "named_range_dimension")) {
-      if (const MapPtr range = _find_decl(py_str(dim.at("name")), &kRangeDecl)) {
-        return py_int(_eval_bound(range->at("start")));
+    if (dims != nullptr && dims->is_sequence() && position < dims->items().size()) {
+      const Map& dim = *dims->items()[position].as_map();
+      if (node_type(dim) == "range_index") {
+        start = py_int(_eval_bound(dim.at("start")));
+      } else if (node_type(dim) == "named_range_dimension") {
+        if (const MapPtr range = _find_decl(py_str(dim.at("name")), &kRangeDecl)) {
+          start = py_int(_eval_bound(range->at("start")));
+        }
       }
     }
-  } catch (const Error&) {  // NOLINT(bugprone-empty-catch): a declaration that cannot tell its start keeps 1
+  } catch (const Error&) {
+    start = 1;  // a declaration that cannot tell its start keeps 1
   }
-  return 1;
+  if (starts.size() <= position) starts.resize(position + 1);
+  starts[position] = start;
+  return start;
 }
 
 LookupResult Generator::_resolve_ast_parameter(const std::string& name, const ValueVec* indices) {

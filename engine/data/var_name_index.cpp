@@ -5,21 +5,41 @@ namespace kolva {
 std::string VarNameIndex::without_brackets(std::string_view text) {
   std::string out;
   out.reserve(text.size());
-  for (char ch : text) {
+  for (const char ch : text) {
     if (ch != '(' && ch != ')') out.push_back(ch);
   }
   return out;
 }
 
-void VarNameIndex::add(const std::string& name) { groups_[without_brackets(name)].push_back(name); }
+bool VarNameIndex::has_brackets(std::string_view text) {
+  return text.find_first_of("()") != std::string_view::npos;
+}
 
-const std::string* VarNameIndex::first_match(std::string_view prefix, std::string_view probe) const {
-  const auto it = groups_.find(without_brackets(probe));
-  if (it == groups_.end()) return nullptr;
-  for (const std::string& name : it->second) {
-    if (name.starts_with(prefix)) return &name;
+void VarNameIndex::add(const std::string& name, std::size_t position) {
+  if (has_brackets(name)) groups_[without_brackets(name)].push_back({position, name});
+}
+
+const std::string* VarNameIndex::first_match(std::string_view prefix, std::string_view probe,
+                                             const NameTable& names) const {
+  const std::string key = without_brackets(probe);
+  const std::string* best = nullptr;
+  std::size_t best_position = 0;
+  if (const auto it = groups_.find(key); it != groups_.end()) {
+    for (const Entry& entry : it->second) {
+      if (entry.name.starts_with(prefix)) {
+        best = &entry.name;
+        best_position = entry.position;
+        break;
+      }
+    }
   }
-  return nullptr;
+  if (key.starts_with(prefix)) {
+    if (const auto position = names.position(key);
+        position && (best == nullptr || *position < best_position)) {
+      best = &names.keys()[*position];
+    }
+  }
+  return best;
 }
 
 }  // namespace kolva

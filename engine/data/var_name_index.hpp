@@ -1,26 +1,36 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
+#include "variables/name_table.hpp"
+
 namespace kolva {
 
-// Finds variable names that equal a probe once all round brackets are
-// removed from both, without scanning every name: names are grouped by their
-// bracket-free text, each group in the order the names were first added.
+// Finds the first variable name, in first-insertion order, that starts with
+// a prefix and equals a probe once all round brackets are removed from both,
+// without scanning every name. A name without brackets can only match a
+// probe whose bracket-free text is that name itself, which the name table
+// answers; names with brackets are grouped by their bracket-free text.
 class VarNameIndex {
  public:
   static std::string without_brackets(std::string_view text);
+  static bool has_brackets(std::string_view text);
 
-  void add(const std::string& name);
-  // The first name added that starts with `prefix` and whose bracket-free
-  // text equals that of `probe`; null when there is none.
-  const std::string* first_match(std::string_view prefix, std::string_view probe) const;
+  // Records the name at `position` in the table's insertion order.
+  void add(const std::string& name, std::size_t position);
+  const std::string* first_match(std::string_view prefix, std::string_view probe,
+                                 const NameTable& names) const;
 
  private:
-  std::unordered_map<std::string, std::vector<std::string>> groups_;
+  struct Entry {
+    std::size_t position;
+    std::string name;
+  };
+  std::unordered_map<std::string, std::vector<Entry>> groups_;
 };
 
 }  // namespace kolva

@@ -35,7 +35,7 @@ void refuse_marker(const EvalResult& r, const char* op) {
 
 CoefDict merged(const CoefDict& left, const CoefDict& right, double sign) {
   CoefDict out = left;
-  for (const CoefDict::Item& item : right.items()) out.add(item.first, sign * item.second);
+  for (std::size_t i = 0; i < right.size(); ++i) out.add_from(right, i, sign);
   return out;
 }
 

@@ -18,13 +18,17 @@ const double* CoefDict::find(const std::string& name) const {
   return pos < 0 ? nullptr : &items_[static_cast<std::size_t>(pos)].second;
 }
 
-void CoefDict::set(const std::string& name, double value) {
+void CoefDict::set(const std::string& name, double value) { set_column(name, value, -1); }
+
+void CoefDict::set_column(const std::string& name, double value, std::int64_t column) {
   const std::ptrdiff_t pos = position_of(name);
   if (pos >= 0) {
     items_[static_cast<std::size_t>(pos)].second = value;
+    if (column >= 0) columns_[static_cast<std::size_t>(pos)] = column;
     return;
   }
   items_.emplace_back(name, value);
+  columns_.push_back(column);
   if (!index_.empty()) {
     index_.emplace(name, items_.size() - 1);
   } else if (items_.size() > kLinearLimit) {
@@ -39,6 +43,16 @@ void CoefDict::add(const std::string& name, double delta) {
     return;
   }
   set(name, 0.0 + delta);
+}
+
+void CoefDict::add_from(const CoefDict& other, std::size_t i, double factor) {
+  const Item& item = other.items_[i];
+  const std::ptrdiff_t pos = position_of(item.first);
+  if (pos >= 0) {
+    items_[static_cast<std::size_t>(pos)].second += factor * item.second;
+    return;
+  }
+  set_column(item.first, 0.0 + factor * item.second, other.columns_[i]);
 }
 
 CoefDict CoefDict::scaled(double factor) const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -22,7 +23,13 @@ class CoefDict {
   const double* find(const std::string& name) const;
   // out[name] = out.get(name, 0.0) + delta
   void add(const std::string& name, double delta);
+  // Adds entry i of `other` (its hint included) scaled by `factor`.
+  void add_from(const CoefDict& other, std::size_t i, double factor);
   void set(const std::string& name, double value);
+  // The column of entry i when the evaluation that made it knew it, else -1:
+  // consumers then need no second name lookup.
+  std::int64_t column_at(std::size_t i) const { return columns_[i]; }
+  void set_column(const std::string& name, double value, std::int64_t column);
   // Every coefficient multiplied by `factor`.
   CoefDict scaled(double factor) const;
 
@@ -31,6 +38,7 @@ class CoefDict {
   std::ptrdiff_t position_of(const std::string& name) const;
 
   std::vector<Item> items_;
+  std::vector<std::int64_t> columns_;
   std::unordered_map<std::string, std::size_t> index_;  // used past kLinearLimit
 };
 

@@ -85,7 +85,7 @@ EvalResult ExpressionEvaluator::_eval_indexed_name(const Value& expr, const Env&
   const LookupResult found = parent_._lookup_var_or_param(name, &remapped, &env);
   if (found.is_var) {
     EvalResult out;
-    out.coef.set(py_str(found.val), 1.0);
+    out.coef.set_column(found.val.as_str(), 1.0, found.column);
     out.val = Value::real(0.0);
     return out;
   }

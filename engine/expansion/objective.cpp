@@ -24,10 +24,9 @@ bool numeric(const Value& v, double& out) {
 void Generator::_update_vector_from_coef_dict(const CoefDict& coef_dict, std::vector<double>& vector,
                                               std::string_view op) {
   for (const CoefDict::Item& item : coef_dict.items()) {
-    const auto it = var_indices.find(item.first);
-    if (it == var_indices.end() || it->second < 0 || static_cast<std::size_t>(it->second) >= vector.size())
-      continue;
-    double& entry = vector[static_cast<std::size_t>(it->second)];
+    const std::int64_t* it = var_indices.find(item.first);
+    if (it == nullptr || *it < 0 || static_cast<std::size_t>(*it) >= vector.size()) continue;
+    double& entry = vector[static_cast<std::size_t>(*it)];
     if (op == "+") {
       entry += item.second;
     } else if (op == "-") {
@@ -109,10 +108,12 @@ void Generator::_accumulate_objective_sum(const Value& expr, std::vector<double>
     const EvalResult r = _eval_expr(term, &env2);
     if (r.marker != nullptr)
       raise(ErrorKind::kType, "an objective term cannot be an inequality between Booleans");
-    for (const CoefDict::Item& item : r.coef.items()) {
-      const auto column = column_of_term(item.first);
+    const std::vector<CoefDict::Item>& items = r.coef.items();
+    for (std::size_t i = 0; i < items.size(); ++i) {
+      const std::int64_t hint = r.coef.column_at(i);
+      const auto column = hint >= 0 ? std::optional<std::int64_t>(hint) : column_of_term(items[i].first);
       if (!column || *column < 0 || static_cast<std::size_t>(*column) >= vec.size()) continue;
-      vec[static_cast<std::size_t>(*column)] += sign * item.second;
+      vec[static_cast<std::size_t>(*column)] += sign * items[i].second;
     }
     add_to_offset(r.val, sign);
   });

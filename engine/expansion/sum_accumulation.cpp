@@ -35,7 +35,7 @@ DefaultZeroScope::DefaultZeroScope(Generator& gen) : gen_(gen), saved_(gen.defau
 DefaultZeroScope::~DefaultZeroScope() { gen_.default_zero_override_ = saved_; }
 
 std::optional<std::int64_t> Generator::column_of_term(const std::string& name) {
-  if (const auto it = var_indices.find(name); it != var_indices.end()) return it->second;
+  if (const std::int64_t* it = var_indices.find(name); it != nullptr) return *it;
   try {
     return _resolve_tuple_index_varname(name);
   } catch (const Error& err) {
@@ -118,8 +118,13 @@ void Generator::_accumulate_sum_expr(const Value& expr, const Env& env, KeyedCoe
     }
     const EvalResult r = _eval_expr(term, &env2);
     refuse_marker(r);
-    for (const CoefDict::Item& item : r.coef.items()) {
-      if (const auto column = column_of_term(item.first)) coefs.add_column(*column, sign * item.second);
+    const std::vector<CoefDict::Item>& items = r.coef.items();
+    for (std::size_t i = 0; i < items.size(); ++i) {
+      const std::int64_t hint = r.coef.column_at(i);
+      if (const auto column =
+              hint >= 0 ? std::optional<std::int64_t>(hint) : column_of_term(items[i].first)) {
+        coefs.add_column(*column, sign * items[i].second);
+      }
     }
     double v = 0.0;
     if (numeric(r.val, v)) constant += sign * v;
@@ -147,8 +152,8 @@ void Generator::_accumulate_binop_with_sum(const Value& expr, const Env& env, Ke
     const EvalResult r = _eval_expr(side, &env);
     refuse_marker(r);
     for (const CoefDict::Item& item : r.coef.items()) {
-      if (const auto it = var_indices.find(item.first); it != var_indices.end()) {
-        coefs.add_column(it->second, sign * factor * item.second);
+      if (const std::int64_t* it = var_indices.find(item.first); it != nullptr) {
+        coefs.add_column(*it, sign * factor * item.second);
       }
     }
     double v = 0.0;

@@ -89,16 +89,14 @@ const std::vector<MapPtr>& Generator::declarations_named(std::string_view name) 
     decls_indexed_ = true;
   }
   static const std::vector<MapPtr> kNone;
-  const auto it = decls_by_name_.find(std::string(name));
+  const auto it = decls_by_name_.find(name);
   return it == decls_by_name_.end() ? kNone : it->second;
 }
 
 MapPtr Generator::_find_decl(std::string_view name, const std::string* decl_type) {
   ast->at("declarations");  // this lookup requires the key, as direct access would
   for (const MapPtr& decl : declarations_named(name)) {
-    if (decl_type == nullptr) return decl;
-    const Value type = decl->get("type");
-    if (type.is_str() && type.as_str() == *decl_type) return decl;
+    if (decl_type == nullptr || node_type(*decl) == *decl_type) return decl;
   }
   return nullptr;
 }
@@ -113,11 +111,7 @@ std::vector<MapPtr> Generator::_find_decls(std::string_view name, const std::str
 }
 
 void Generator::record_column(const std::string& name, std::int64_t column) {
-  const auto [it, inserted] = var_indices.insert_or_assign(name, column);
-  if (inserted) {
-    var_indices_order.push_back(name);
-    bracket_free_names_.add(name);
-  }
+  if (var_indices.insert_or_assign(name, column)) bracket_free_names_.add(name, var_indices.size() - 1);
 }
 
 std::int64_t Generator::add_column(const std::string& name) {

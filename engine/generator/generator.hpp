@@ -22,6 +22,7 @@
 #include "model/error.hpp"
 #include "model/map.hpp"
 #include "model/value.hpp"
+#include "variables/name_table.hpp"
 #include "variables/var_names.hpp"
 
 namespace kolva {
@@ -175,9 +176,7 @@ class Generator {
   std::vector<std::string> scipy_code_lines;
   std::int64_t indent_level = 0;
   std::vector<std::string> var_names;
-  std::unordered_map<std::string, std::int64_t> var_indices;
-  // Keys of var_indices in first-insertion order (a dict's iteration order).
-  std::vector<std::string> var_indices_order;
+  NameTable var_indices;
   std::vector<BoundPair> bounds;
   // Absent until _build_variables runs, as the attribute is on a new object.
   std::optional<std::vector<Value>> integrality;
@@ -239,7 +238,13 @@ class Generator {
   std::unordered_map<std::string, IndexedMembers> set_position_cache_;
   VarNameIndex bracket_free_names_;
   // Declarations by name, in model order; built on first use.
-  std::unordered_map<std::string, std::vector<MapPtr>> decls_by_name_;
+  struct TextHash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view s) const { return std::hash<std::string_view>{}(s); }
+  };
+  std::unordered_map<std::string, std::vector<MapPtr>, TextHash, std::equal_to<>> decls_by_name_;
+  // Start index of a list parameter's dimension, by declaration and position.
+  std::unordered_map<const Map*, std::vector<std::optional<std::int64_t>>> list_starts_;
   bool decls_indexed_ = false;
 };
 

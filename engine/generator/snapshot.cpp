@@ -45,9 +45,9 @@ void Generator::_apply_top_level_binary_assignments() {
                             ? Value::str(_multi_indexed_var_name(left, Env(), nullptr))
                             : left.as_map()->at("value");
     if (!vname.is_str()) continue;
-    const auto found = var_indices.find(vname.as_str());
-    if (found == var_indices.end()) continue;
-    const std::int64_t idx = found->second;
+    const std::int64_t* found = var_indices.find(vname.as_str());
+    if (found == nullptr) continue;
+    const std::int64_t idx = *found;
     const double target = py_float(value);
     // Kept rule: the new row is compared with the column of the name walked
     // in step with b_eq, not with the stored rows, so only b_eq at the
@@ -55,7 +55,7 @@ void Generator::_apply_top_level_binary_assignments() {
     bool present = false;
     const std::size_t walk = std::min({A_eq.rows(), b_eq.size(), var_names.size()});
     for (std::size_t p = 0; p < walk && !present; ++p) {
-      present = var_indices.at(var_names[p]) == idx && std::fabs(b_eq[p] - target) < 1e-8;
+      present = *var_indices.find(var_names[p]) == idx && std::fabs(b_eq[p] - target) < 1e-8;
     }
     if (present) continue;
     A_eq.append(var_names.size(), {{idx, 1.0}});

@@ -63,4 +63,13 @@ class Map {
 
 inline MapPtr make_map() { return std::make_shared<Map>(); }
 
+// The `type` of a model-tree node as text; empty when absent or not a string.
+inline std::string_view node_type(const Map& node) {
+  const Value* t = node.find("type");
+  return t != nullptr && t->is_str() ? std::string_view(t->as_str()) : std::string_view();
+}
+inline std::string_view node_type(const Value& v) {
+  return v.is_map() ? node_type(*v.as_map()) : std::string_view();
+}
+
 }  // namespace kolva

@@ -251,10 +251,9 @@ void Generator::handle_indexed_variable_declaration(const Map& decl, std::vector
 }
 
 std::pair<Value, Value> Generator::_infer_var_bounds(const std::string& vname) {
-  const auto column = var_indices.find(vname);
-  if (column != var_indices.end() && column->second >= 0 &&
-      static_cast<std::size_t>(column->second) < bounds.size()) {
-    const BoundPair& pair = bounds[static_cast<std::size_t>(column->second)];
+  const std::int64_t* column = var_indices.find(vname);
+  if (column != nullptr && *column >= 0 && static_cast<std::size_t>(*column) < bounds.size()) {
+    const BoundPair& pair = bounds[static_cast<std::size_t>(*column)];
     return {pair.lower, pair.upper};
   }
   const auto collected = [this](const std::string& key) -> std::optional<std::pair<Value, Value>> {

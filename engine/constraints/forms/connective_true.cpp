@@ -121,8 +121,8 @@ void post_group_rows(ConstraintBuilder& b, const ValueVec& group, std::int64_t f
       RowAccumulator& row = b.row();
       row.reset();
       for (const CoefDict::Item& item : coef.items()) {
-        if (const auto it = gen.var_indices.find(item.first); it != gen.var_indices.end()) {
-          row.add(it->second, factor * item.second);
+        if (const std::int64_t* it = gen.var_indices.find(item.first); it != nullptr) {
+          row.add(*it, factor * item.second);
         }
       }
       row.add(flag_col, big_m);
@@ -152,7 +152,7 @@ Claim conjunction_or_disjunction_true(ConstraintBuilder& b, ConstraintCall& call
   const std::vector<ValueVec> groups = disjuncts(left);
   for (std::size_t dj_idx = 0; dj_idx < groups.size(); ++dj_idx) {
     const std::string flag = new_or_flag(b.gen, dj_idx);
-    const std::int64_t flag_col = b.gen.var_indices.at(flag);
+    const std::int64_t flag_col = *b.gen.var_indices.find(flag);
     flags.push_back(flag_col);
     post_group_rows(b, groups[dj_idx], flag_col, call.env);
   }

@@ -63,8 +63,8 @@ Claim general_linear_comparison(ConstraintBuilder& b, ConstraintCall& call) {
       std::optional<std::int64_t> idx;
       if (item.first.is_column) {
         idx = item.first.column;
-      } else if (const auto it = gen.var_indices.find(item.first.name); it != gen.var_indices.end()) {
-        idx = it->second;
+      } else if (const std::int64_t* it = gen.var_indices.find(item.first.name); it != nullptr) {
+        idx = *it;
       }
       log.debug([&] {
         return std::string("[SciPyCSCCodeGenerator] ") + word +
