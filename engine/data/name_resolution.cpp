@@ -107,6 +107,11 @@ std::optional<LookupResult> Generator::_resolve_variable(const std::string& name
   ValueVec norm_indices;
   norm_indices.reserve(indices->size());
   for (const Value& idx : *indices) norm_indices.push_back(normalize_integral(idx));
+  // No variable starts with `name_`: neither the formed name nor a bracket
+  // spelling of it can match, and only the domain check remains.
+  if (!underscore_prefixes_.contains(std::string_view(name)) && !log_.on(LogLevel::kDebug)) {
+    return resolve_variable_domain(name, *indices, norm_indices, "");
+  }
   std::string vname = name + "_";
   for (std::size_t i = 0; i < norm_indices.size(); ++i) {
     if (i > 0) vname += '_';
@@ -125,6 +130,15 @@ std::optional<LookupResult> Generator::_resolve_variable(const std::string& name
     log_.debug([&] { return "[resolve_variable] Found symbolic indexed variable: " + *match; });
     return LookupResult{true, Value::str(*match), false, *var_indices.find(*match)};
   }
+  return resolve_variable_domain(name, *indices, norm_indices, vname);
+}
+
+// The end of a variable lookup that found no column: an index outside the
+// declared domain is an error, anything else is "not a variable".
+std::optional<LookupResult> Generator::resolve_variable_domain(const std::string& name,
+                                                               const ValueVec& indices,
+                                                               const ValueVec& norm_indices,
+                                                               const std::string& vname) {
   std::string details;
   bool out_of_domain = false;
   try {
@@ -139,7 +153,7 @@ std::optional<LookupResult> Generator::_resolve_variable(const std::string& name
     raise_semantic(msg);
   }
   log_.debug([&] {
-    return "[resolve_variable] Indexed variable not found: " + vname + " (indices=" + repr_list(*indices) +
+    return "[resolve_variable] Indexed variable not found: " + vname + " (indices=" + repr_list(indices) +
            ")";
   });
   return std::nullopt;

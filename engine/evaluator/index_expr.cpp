@@ -48,8 +48,7 @@ EvalResult ExpressionEvaluator::_eval_index_expr(const Value& dim_expr, const En
   const DepthGuard guard(depth_, kMaxDepth);
   if (!dim_expr.is_map()) throw Generator::_unsupported_type_error("index expr", "None");
   const Map& node = *dim_expr.as_map();
-  const Value type_value = node.get("type");
-  const std::string tt = py_str(type_value);
+  const std::string_view tt = node_type(node);
   if (tt == "field_access_index" || tt == "field_access") {
     EvalResult r = _eval_field_access(dim_expr, env);
     r.val = normalized(r.val);
@@ -93,7 +92,7 @@ EvalResult ExpressionEvaluator::_eval_index_expr(const Value& dim_expr, const En
     const bool hashable = !(name->is_list() || name->is_map());
     return EvalResult::constant(normalized(hashable ? env.get(*name, *name) : *name));
   }
-  throw Generator::_unsupported_type_error("index expr", tt);
+  throw Generator::_unsupported_type_error("index expr", py_str(node.get("type")));
 }
 
 }  // namespace kolva

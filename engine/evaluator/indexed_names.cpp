@@ -9,9 +9,9 @@
 namespace kolva {
 namespace {
 
-std::string type_of(const Map& node) { return py_str(node.get("type")); }
+std::string_view type_of(const Map& node) { return node_type(node); }
 
-bool is_tuple_set_type(const std::string& t) { return t == "set_of_tuples" || t == "set_of_tuples_external"; }
+bool is_tuple_set_type(std::string_view t) { return t == "set_of_tuples" || t == "set_of_tuples_external"; }
 
 Value data_entry(const Map& data_dict, const std::string& name) {
   if (const Value* mapped = data_dict.find(name + "__map")) return *mapped;
@@ -42,7 +42,7 @@ bool ExpressionEvaluator::remap_set_members(const Map& decl, const Value& param_
       if (set_data.is_none()) {
         const MapPtr set_decl = parent_._find_decl(set_name);
         if (set_decl != nullptr) {
-          const std::string kind = type_of(*set_decl);
+          const std::string_view kind = type_of(*set_decl);
           if (kind == "typed_set" || kind == "typed_set_external" || kind == "set_declaration") {
             set_data = set_decl->get("value");
             if (!py_truth(set_data)) set_data = Value::list(ValueVec{});

@@ -111,7 +111,12 @@ std::vector<MapPtr> Generator::_find_decls(std::string_view name, const std::str
 }
 
 void Generator::record_column(const std::string& name, std::int64_t column) {
-  if (var_indices.insert_or_assign(name, column)) bracket_free_names_.add(name, var_indices.size() - 1);
+  if (!var_indices.insert_or_assign(name, column)) return;
+  bracket_free_names_.add(name, var_indices.size() - 1);
+  for (std::size_t cut = name.find('_'); cut != std::string::npos; cut = name.find('_', cut + 1)) {
+    if (!underscore_prefixes_.contains(std::string_view(name).substr(0, cut)))
+      underscore_prefixes_.emplace(name, 0, cut);
+  }
 }
 
 std::int64_t Generator::add_column(const std::string& name) {

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "constraints/build_state.hpp"
@@ -198,12 +199,19 @@ class Generator {
   bool allow_symbolic_bool = false;
 
  private:
+  struct TextHash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view s) const { return std::hash<std::string_view>{}(s); }
+  };
+
   void emit_script_header();
   void emit_short_circuit(const LinearProblem& problem);
   void emit_solve_section();
   double constant_objective_value();
   void record_column(const std::string& name, std::int64_t column);
   const std::vector<MapPtr>& declarations_named(std::string_view name);
+  std::optional<LookupResult> resolve_variable_domain(const std::string& name, const ValueVec& indices,
+                                                      const ValueVec& norm_indices, const std::string& vname);
   bool domain_check_fails(const std::string& name, const ValueVec& norm_indices, std::string& details);
   Value resolve_scalar_data(const std::string& name, const ValueVec* indices, const Env& env,
                             const Value& val);
@@ -237,11 +245,10 @@ class Generator {
   std::unordered_map<std::string, IndexedMembers> tuple_set_cache_;
   std::unordered_map<std::string, IndexedMembers> set_position_cache_;
   VarNameIndex bracket_free_names_;
+  // Every text that stands before an underscore in some variable name: a
+  // variable can start with `name_` only if `name` is here.
+  std::unordered_set<std::string, TextHash, std::equal_to<>> underscore_prefixes_;
   // Declarations by name, in model order; built on first use.
-  struct TextHash {
-    using is_transparent = void;
-    std::size_t operator()(std::string_view s) const { return std::hash<std::string_view>{}(s); }
-  };
   std::unordered_map<std::string, std::vector<MapPtr>, TextHash, std::equal_to<>> decls_by_name_;
   // Start index of a list parameter's dimension, by declaration and position.
   std::unordered_map<const Map*, std::vector<std::optional<std::int64_t>>> list_starts_;
