@@ -183,7 +183,7 @@ nb::list string_list(const std::vector<std::string>& v) {
 }
 
 nb::object lookup_to_python(const LookupResult& r) {
-  return nb::make_tuple(r.is_var, ToPython()(r.val), r.is_symbolic);
+  return nb::make_tuple(r.is_var, ToPython()(r.shown_value()), r.is_symbolic);
 }
 
 nb::object decl_or_none(const MapPtr& decl) {

@@ -93,7 +93,7 @@ std::pair<Value, Value> Generator::_var_bounds_safe(const Value& node) {
   if (type != "name" && type != "indexed_name") return {Value(), Value()};
   const Value symbol = node.as_map()->get(type == "name" ? "value" : "name");
   // A scan over the declarations per call, as the rule is stated.
-  const Value decls = ast->get("declarations", Value::list(ValueVec{}));
+  const Value decls = ast->get("declarations", empty_list());
   for (const Value& d : decls.items()) {
     if (!d.is_map()) continue;
     const std::string kind = type_of(d);

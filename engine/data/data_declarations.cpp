@@ -21,7 +21,7 @@ bool is_parameter_kind(const std::string& t) {
 }
 
 ValueVec dimensions_of(const Map& decl) {
-  const Value dims = decl.get("dimensions", Value::list(ValueVec{}));
+  const Value dims = decl.get("dimensions", empty_list());
   return dims.is_sequence() ? dims.items() : ValueVec{};
 }
 
@@ -37,7 +37,7 @@ Value unwrap_elements(const Value& v) {
 std::vector<std::pair<std::string, MapPtr>> Generator::_get_param_decl_map() {
   std::vector<std::pair<std::string, MapPtr>> out;
   std::unordered_map<std::string, std::size_t> position;
-  const Value decls = ast->get("declarations", Value::list(ValueVec{}));
+  const Value decls = ast->get("declarations", empty_list());
   for (const Value& entry : decls.items()) {
     if (!entry.is_map() || !is_parameter_kind(type_of(*entry.as_map()))) continue;
     const std::string name = py_str(entry.as_map()->get("name"));
@@ -256,7 +256,7 @@ void Generator::_generate_data_declarations(const MapPtr& data) {
   }
   for (const auto& [name, decl] : params) normalise_two_dimensional(name, dimensions_of(*decl));
   std::vector<std::string> index_lines;
-  const Value decls = ast->get("declarations", Value::list(ValueVec{}));
+  const Value decls = ast->get("declarations", empty_list());
   for (const Value& entry : decls.items()) {
     if (!entry.is_map()) continue;
     const Map& decl = *entry.as_map();

@@ -68,7 +68,7 @@ LookupResult Generator::_lookup_var_or_param(const std::string& name, const Valu
   const Env empty;
   const Env& scope = env != nullptr ? *env : empty;
   if (indices == nullptr) {
-    if (const Value* bound = scope.find(name)) return {false, *bound, false};
+    if (const Value* bound = scope.find(name)) return LookupResult::value(*bound);
   }
   if (auto var = _resolve_variable(name, indices)) return *var;
   try {
@@ -85,21 +85,21 @@ LookupResult Generator::_lookup_var_or_param(const std::string& name, const Valu
     log_.error([&] { return "[resolve_param_value] SemanticError: " + not_found_message(name, indices); });
     raise_semantic(not_found_message(name, indices));
   }
-  if (indices == nullptr) return {false, Value::str(name), true};
+  if (indices == nullptr) return LookupResult::value(Value::str(name), true);
   std::string symbolic = name + "[";
   for (std::size_t i = 0; i < indices->size(); ++i) {
     if (i > 0) symbolic += "][";
     append_str(symbolic, (*indices)[i]);
   }
   symbolic += ']';
-  return {false, Value::str(symbolic), true};
+  return LookupResult::value(Value::str(symbolic), true);
 }
 
 std::optional<LookupResult> Generator::_resolve_variable(const std::string& name, const ValueVec* indices) {
   if (indices == nullptr) {
     if (const std::int64_t* column = var_indices.find(name)) {
       log_.debug([&] { return "[resolve_variable] Found scalar variable: " + name; });
-      return LookupResult{true, Value::str(name), false, *column};
+      return LookupResult::variable(name, *column);
     }
     log_.debug([&] { return "[resolve_variable] Scalar variable not found: " + name; });
     return std::nullopt;
@@ -123,12 +123,12 @@ std::optional<LookupResult> Generator::_resolve_variable(const std::string& name
   });
   if (const std::int64_t* column = var_indices.find(vname)) {
     log_.debug([&] { return "[resolve_variable] Found indexed variable: " + vname; });
-    return LookupResult{true, Value::str(vname), false, *column};
+    return LookupResult::variable(std::move(vname), *column);
   }
   // Names formed from tuples, such as x_(1, 2), whatever the bracket spelling.
   if (const std::string* match = bracket_free_names_.first_match(name + "_", vname, var_indices)) {
     log_.debug([&] { return "[resolve_variable] Found symbolic indexed variable: " + *match; });
-    return LookupResult{true, Value::str(*match), false, *var_indices.find(*match)};
+    return LookupResult::variable(*match, *var_indices.find(*match));
   }
   return resolve_variable_domain(name, *indices, norm_indices, vname);
 }
@@ -241,7 +241,7 @@ LookupResult Generator::_resolve_parameter(const std::string& name, const ValueV
   });
   if (indices != nullptr) {
     try {
-      return {false, resolve_scalar_data(name, indices, env, val), false};
+      return LookupResult::value(resolve_scalar_data(name, indices, env, val));
     } catch (const Error& err) {
       // Every failure of an indexed lookup ends in "not found".
       log_.debug([&] { return std::string("[resolve_parameter] Exception during lookup: ") + err.what(); });
@@ -249,15 +249,15 @@ LookupResult Generator::_resolve_parameter(const std::string& name, const ValueV
   }
   if (indices == nullptr && (val.is_str() || val.is_bool())) {
     log_.debug([&] { return "[resolve_parameter] Found scalar non-numeric param: " + py_str(val); });
-    return {false, val, false};
+    return LookupResult::value(val);
   }
   if (indices == nullptr && val.is_number()) {
     log_.debug([&] { return "[resolve_parameter] Found scalar param: " + py_str(val); });
-    return {false, Value::real(py_float(val)), false};
+    return LookupResult::value(Value::real(py_float(val)));
   }
   log_.debug(
       [&] { return "[resolve_parameter] Param not found: " + name + ", indices=" + indices_text(indices); });
-  if (default_zero_if_missing) return {false, Value::real(0.0), false};
+  if (default_zero_if_missing) return LookupResult::value(Value::real(0.0));
   raise_semantic(not_found_message(name, indices));
 }
 
@@ -381,13 +381,14 @@ std::int64_t Generator::list_start_offset(const std::string& name, std::size_t p
 }
 
 LookupResult Generator::_resolve_ast_parameter(const std::string& name, const ValueVec* indices) {
-  const Value decls = ast->get("declarations", Value::list(ValueVec{}));
+  const Value decls = ast->get("declarations", empty_list());
   const Env empty;
   for (const Value& entry : decls.items()) {
     const Map& decl = *entry.as_map();
     const Value decl_name = decl.get("name");
     if (!decl_name.is_str() || decl_name.as_str() != name) continue;
-    if (has_type(decl, "parameter_inline")) return {false, Value::real(py_float(decl.at("value"))), false};
+    if (has_type(decl, "parameter_inline"))
+      return LookupResult::value(Value::real(py_float(decl.at("value"))));
     if (!has_type(decl, "parameter_inline_indexed") || indices == nullptr) continue;
     try {
       Value v = decl.at("value");
@@ -398,7 +399,7 @@ LookupResult Generator::_resolve_ast_parameter(const std::string& name, const Va
                 ? py_getitem(v, Value::integer(checked_sub(py_int(idx_eval), 1)))
                 : py_getitem(v, idx_eval);
       }
-      if (v.is_number()) return {false, Value::real(py_float(v)), false};
+      if (v.is_number()) return LookupResult::value(Value::real(py_float(v)));
     } catch (const Error&) {  // NOLINT(bugprone-empty-catch): this declaration cannot give it; try the next
     }
   }

@@ -53,7 +53,7 @@ ValueVec get_tuple_set(const std::string& set_name, const Map& ast, const Map& d
     }
     return members_of(set_name, *entry);
   }
-  const Value decls = ast.get("declarations", Value::list(ValueVec{}));
+  const Value decls = ast.get("declarations", empty_list());
   if (!decls.is_sequence()) return {};
   for (const Value& decl : decls.items()) {
     if (!decl.is_map()) continue;

@@ -52,7 +52,7 @@ ValueVec Generator::_get_tuple_set_names(const ValueVec& iterators) {
   ValueVec names;
   for (const Value& it : iterators) {
     const Map& iterator = *it.as_map();
-    const Value rng = iterator.get("range", Value::map(make_map()));
+    const Value rng = iterator.get("range", empty_map());
     if (!rng.is_map() || py_str(rng.as_map()->get("type")) != "named_set") continue;
     const Value set_name = rng.as_map()->get("name");
     if (!set_name.is_str() || !is_tuple_set_decl(_find_decl(set_name.as_str()))) continue;

@@ -158,7 +158,7 @@ EvalResult ExpressionEvaluator::_eval_name(const Value& expr, const Env& env) {
   LookupResult found = parent_._lookup_var_or_param(name, nullptr, &env);
   if (found.is_var) {
     EvalResult out;
-    out.coef.set_column(found.val.as_str(), 1.0, found.column);
+    out.coef.set_column(found.var_name, 1.0, found.column);
     out.val = Value::real(0.0);
     return out;
   }

@@ -28,7 +28,7 @@ Value ExpressionEvaluator::_extract_index_value(const Value& idx) {
 // Parameter arrays over a set of strings hold list data: a string subscript
 // becomes its 1-based position in the set.
 bool ExpressionEvaluator::remap_set_members(const Map& decl, const Value& param_data, ValueVec& indices) {
-  const Value dims_decl = decl.get("dimensions", Value::list(ValueVec{}));
+  const Value dims_decl = decl.get("dimensions", empty_list());
   if (!param_data.is_list() || !dims_decl.is_sequence() || dims_decl.items().size() != indices.size())
     return false;
   ValueVec work;
@@ -66,13 +66,16 @@ bool ExpressionEvaluator::remap_set_members(const Map& decl, const Value& param_
 EvalResult ExpressionEvaluator::_eval_indexed_name(const Value& expr, const Env& env) {
   const Map& node = *expr.as_map();
   const Value& name_value = node.at("name");
-  const std::string name = py_str(name_value);
-  ValueVec indices;
-  for (const Value& d : node.at("dimensions").items()) indices.push_back(_eval_index_expr(d, env).val);
-  ValueVec remapped = indices;
+  std::string name_text;
+  const std::string& name = name_value.is_str() ? name_value.as_str() : (name_text = py_str(name_value));
+  const ValueVec& dim_nodes = node.at("dimensions").items();
+  ValueVec remapped;
+  remapped.reserve(dim_nodes.size());
+  for (const Value& d : dim_nodes) remapped.push_back(_eval_index_expr(d, env).val);
   const MapPtr decl = parent_._find_decl(name);
   if (decl != nullptr) {
-    const Value dims = decl->get("dimensions", Value::list(ValueVec{}));
+    const Value* dims_value = decl->find("dimensions");
+    const Value& dims = dims_value != nullptr ? *dims_value : empty_list();
     if (dims.is_sequence() && dims.items().size() == 1 && dims.items()[0].is_map() &&
         type_of(*dims.items()[0].as_map()) == "named_set_dimension") {
       const MapPtr set_decl = parent_._find_decl(py_str(dims.items()[0].as_map()->get("name")));
@@ -85,7 +88,7 @@ EvalResult ExpressionEvaluator::_eval_indexed_name(const Value& expr, const Env&
   const LookupResult found = parent_._lookup_var_or_param(name, &remapped, &env);
   if (found.is_var) {
     EvalResult out;
-    out.coef.set_column(found.val.as_str(), 1.0, found.column);
+    out.coef.set_column(found.var_name, 1.0, found.column);
     out.val = Value::real(0.0);
     return out;
   }
@@ -137,7 +140,7 @@ EvalResult ExpressionEvaluator::_handle_tuple_indexed(const Value& expr, const V
   static const std::string kInlineIndexed = "parameter_inline_indexed";
   for (const MapPtr& d : parent_._find_decls(name, &kInlineIndexed)) {
     try {
-      const Value dims = d->get("dimensions", Value::list(ValueVec{}));
+      const Value dims = d->get("dimensions", empty_list());
       if (!dims.is_sequence() || dims.items().size() != 1 ||
           type_of(*dims.items()[0].as_map()) != "named_set_dimension") {
         continue;

@@ -32,7 +32,7 @@ double aggregate_argument(const EvalResult& r, const std::string& fn) {
 
 EvalResult ExpressionEvaluator::eval_aggregate(const Value& expr, const Env& env, bool take_max) {
   const std::string fn = take_max ? "maxl" : "minl";
-  const Value args = expr.as_map()->get("args", Value::list(ValueVec{}));
+  const Value args = expr.as_map()->get("args", empty_list());
   bool any = false;
   double best = 0.0;
   for (const Value& arg : args.items()) {

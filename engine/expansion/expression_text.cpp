@@ -35,8 +35,7 @@ class ExpressionText {
     if (type == "field_access") return field_access(node);
     if (type == "boolean_literal") return py_truth(node.get("value")) ? "True" : "False";
     if (type == "minl" || type == "maxl") {
-      return std::string(type == "minl" ? "min" : "max") + "(" +
-             joined(node.get("args", Value::list(ValueVec{}))) + ")";
+      return std::string(type == "minl" ? "min" : "max") + "(" + joined(node.get("args", empty_list())) + ")";
     }
     if (type == "name_reference_index") {
       const Value name = node.get("name");

@@ -51,7 +51,7 @@ Value Generator::_eval_bound(const Value& expr) {
   }
   if (type == "parenthesized_expression") return _eval_bound(node.at("expression"));
   if (type == "minl" || type == "maxl") {
-    const Value args = node.get("args", Value::list(ValueVec{}));
+    const Value args = node.get("args", empty_list());
     if (!args.is_sequence() || args.items().empty())
       throw _unsupported_type_error("expr in index bound", type);
     Value best = _eval_bound(args.items()[0]);

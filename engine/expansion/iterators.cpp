@@ -42,8 +42,8 @@ ValueVec Generator::named_range_members(const Map& range_decl) {
 // An element of an array of sets: data_dict[name] descended once per index,
 // maps by key and lists 1-based. An element that is not there is empty.
 ValueVec Generator::indexed_set_members(const Map& rng, const Env& env) {
-  Value current = data_dict->get(rng.at("name"), Value::list(ValueVec{}));
-  const Value dims = rng.get("dimensions", Value::list(ValueVec{}));
+  Value current = data_dict->get(rng.at("name"), empty_list());
+  const Value dims = rng.get("dimensions", empty_list());
   for (const Value& dim : dims.items()) {
     const Value idx = _eval_index_expr(dim, env).val;
     if (current.is_map()) {
@@ -96,8 +96,7 @@ std::pair<ValueVec, std::vector<ValueVec>> Generator::_unroll_iterators(const Va
           loop_ranges.push_back(tuple_set_members(set_name).members);
         } else if (kind == "set_declaration") {
           const Value data = data_dict->get(set_name);
-          loop_ranges.push_back(
-              py_iterate(data.is_none() ? found->get("value", Value::list(ValueVec{})) : data));
+          loop_ranges.push_back(py_iterate(data.is_none() ? found->get("value", empty_list()) : data));
         } else {
           const Value* data = data_dict->find(set_name);
           const Value value = data != nullptr ? *data : found->get("value");
@@ -152,7 +151,7 @@ std::int64_t Generator::_eval_bound_dynamic(const Value& expr, const Env& env) {
   if (type == "uminus") return checked_neg(_eval_bound_dynamic(node.at("value"), env));
   if (type == "parenthesized_expression") return _eval_bound_dynamic(node.at("expression"), env);
   if (type == "minl" || type == "maxl") {
-    const Value args = node.get("args", Value::list(ValueVec{}));
+    const Value args = node.get("args", empty_list());
     if (!args.is_sequence() || args.items().empty())
       throw _unsupported_type_error("expr in index bound", type);
     std::int64_t best = _eval_bound_dynamic(args.items()[0], env);
@@ -166,7 +165,7 @@ std::int64_t Generator::_eval_bound_dynamic(const Value& expr, const Env& env) {
 }
 
 ValueVec Generator::domain_for_iterator(const Map& it, const Env& env) {
-  const Value rng_value = it.get("range", Value::map(make_map()));
+  const Value rng_value = it.get("range", empty_map());
   const Map& rng = *rng_value.as_map();
   const std::string rt = type_of(rng);
   if (rt == "range_specifier") {

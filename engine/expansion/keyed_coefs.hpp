@@ -34,8 +34,14 @@ class KeyedCoefs {
   bool empty() const { return items_.empty(); }
 
  private:
+  std::ptrdiff_t column_slot(std::int64_t column) const;
+  void grow_columns();
+
   std::vector<Item> items_;
-  std::unordered_map<std::int64_t, std::size_t> columns_;
+  // Open addressing over item positions (+1; 0 is empty) for column keys:
+  // one allocation per growth instead of one per entry.
+  std::vector<std::uint32_t> column_slots_;
+  std::size_t column_count_ = 0;
   std::unordered_map<std::string, std::size_t> names_;
 };
 

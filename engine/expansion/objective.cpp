@@ -82,7 +82,7 @@ void Generator::_accumulate_objective_sum(const Value& expr, std::vector<double>
     const Map& it = *iterators[i].as_map();
     const Value loop_var = it.at("iterator");
     names_env.set(loop_var, loop_var);
-    const Value rng = it.get("range", Value::map(make_map()));
+    const Value rng = it.get("range", empty_map());
     if (i > 0) ranges_text += ", ";
     ranges_text += py_str(loop_var);
     if (type_of(rng) == "range_specifier") {

@@ -68,7 +68,7 @@ std::pair<KeyedCoefs, double> Generator::_accumulate_sum_to_dict(const Value& ex
       const LookupResult found = _lookup_var_or_param(py_str(expr.as_map()->at("value")), nullptr, &env);
       double v = 0.0;
       if (found.is_var) {
-        coefs.add_name(py_str(found.val), sign * 1.0);
+        coefs.add_name(found.var_name, sign * 1.0);
       } else if (!found.is_symbolic && numeric(found.val, v)) {
         constant += sign * v;
       }

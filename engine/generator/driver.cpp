@@ -36,7 +36,7 @@ bool constant_rows_feasible(const LinearProblem& problem) {
 }
 
 Value objective_node(const Map& ast) {
-  Value objective = ast.get("objective", Value::map(make_map()));
+  Value objective = ast.get("objective", empty_map());
   if (!objective.is_map()) {
     raise(ErrorKind::kType, std::string("'objective' must be a dict, not '") + type_name(objective) + "'");
   }

@@ -29,7 +29,7 @@ Generator::Generator(MapPtr ast_root, const MapPtr& data, std::shared_ptr<LogSin
     : ast(std::move(ast_root)), log_(std::move(sink)) {
   // A shallow copy: the caller's map is never written to.
   data_dict = std::make_shared<Map>(data != nullptr ? *data : Map());
-  const Value decls = ast->get("declarations", Value::list(ValueVec{}));
+  const Value decls = ast->get("declarations", empty_list());
   for (const Value& entry : as_declaration_list(decls)) {
     const Map& decl = as_node(entry, "a declaration");
     const Value type = decl.get("type");
@@ -80,7 +80,7 @@ Error Generator::_unsupported_operator_error(std::string_view context, std::stri
 
 const std::vector<MapPtr>& Generator::declarations_named(std::string_view name) {
   if (!decls_indexed_) {
-    const Value decls = ast->get("declarations", Value::list(ValueVec{}));
+    const Value decls = ast->get("declarations", empty_list());
     for (const Value& entry : as_declaration_list(decls)) {
       const Map& decl = as_node(entry, "a declaration");
       const Value decl_name = decl.get("name");

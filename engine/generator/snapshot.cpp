@@ -27,7 +27,7 @@ bool is_node_of_type(const Value& v, std::initializer_list<std::string_view> typ
 }  // namespace
 
 void Generator::_apply_top_level_binary_assignments() {
-  const Value constraints = ast->get("constraints", Value::list(ValueVec{}));
+  const Value constraints = ast->get("constraints", empty_list());
   if (!constraints.is_sequence()) return;
   for (const Value& entry : constraints.items()) {
     if (!is_node_of_type(entry, {"constraint"})) continue;
@@ -106,7 +106,7 @@ void Generator::_refresh_problem_metadata_code_lines() {
 
 LinearProblem Generator::_snapshot_linear_problem() const {
   LinearProblem problem;
-  const Value objective = ast->get("objective", Value::map(make_map()));
+  const Value objective = ast->get("objective", empty_map());
   const Value sense =
       objective.is_map() ? objective.as_map()->get("type", Value::str("minimize")) : Value::str("minimize");
   const bool known = sense.is_str() && (sense.as_str() == "minimize" || sense.as_str() == "maximize");

@@ -44,6 +44,16 @@ const void* Value::identity() const {
   }
 }
 
+const Value& empty_list() {
+  static const Value kEmpty = Value::list(ValueVec{});
+  return kEmpty;
+}
+
+const Value& empty_map() {
+  static const Value kEmpty = Value::map(make_map());
+  return kEmpty;
+}
+
 const char* type_name(Value::Kind kind) {
   switch (kind) {
     case Value::Kind::kNone:

@@ -80,6 +80,12 @@ class Value {
   Storage data_;
 };
 
+// Shared empty containers for read-only defaults (dict.get(key, [])):
+// building a fresh one per lookup would allocate on hot paths. Callers must
+// not mutate them.
+const Value& empty_list();
+const Value& empty_map();
+
 // Python's type name of a value ("int", "dict", ...), as used in messages.
 const char* type_name(Value::Kind kind);
 inline const char* type_name(const Value& v) { return type_name(v.kind()); }

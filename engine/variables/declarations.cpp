@@ -88,7 +88,7 @@ void Generator::_build_variables() {
       raise_semantic("Unsupported declaration type: " + type);
     }
   }
-  _tighten_bounds_from_constraints(new_bounds, ast->get("constraints", Value::list(ValueVec{})));
+  _tighten_bounds_from_constraints(new_bounds, ast->get("constraints", empty_list()));
   var_names = std::move(names);
   bounds = std::move(new_bounds);
   integrality = std::move(new_integrality);
@@ -147,7 +147,7 @@ void Generator::handle_indexed_variable_declaration(const Map& decl, std::vector
     new_integrality.push_back(Value::integer(d.integer));
   };
   ValueVec iter_names;
-  const Value iterators = decl.get("iterators", Value::list(ValueVec{}));
+  const Value iterators = decl.get("iterators", empty_list());
   for (const Value& it : iterators.items()) {
     if (it.is_map()) iter_names.push_back(it.as_map()->get("iterator"));
   }
@@ -210,7 +210,7 @@ void Generator::handle_indexed_variable_declaration(const Map& decl, std::vector
       if (set_decl != nullptr && is_one_of(type_of(*set_decl), {"set_of_tuples", "set_of_tuples_external"})) {
         members = tuple_set_members(set_name).members;
       } else {
-        members = py_iterate(data_dict->get(set_name, Value::list(ValueVec{})));
+        members = py_iterate(data_dict->get(set_name, empty_list()));
       }
       log_.debug(
           [&] { return "[SciPyCSCCodeGenerator] Named set for " + set_name + ": " + repr_list(members); });

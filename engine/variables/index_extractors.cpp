@@ -21,7 +21,7 @@ Value env_or_self(const Env& env, const Value& name) {
 
 bool Generator::_is_tuple_indexed(const MapPtr& decl) {
   if (decl == nullptr) return false;
-  const Value dims = decl->get("dimensions", Value::list(ValueVec{}));
+  const Value dims = decl->get("dimensions", empty_list());
   if (!dims.is_sequence() || dims.items().size() != 1 || !dims.items()[0].is_map()) return false;
   const Map& dim = *dims.items()[0].as_map();
   if (py_str(dim.get("type")) != "named_set_dimension") return false;

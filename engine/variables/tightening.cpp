@@ -100,7 +100,7 @@ class Tightener {
         remapped.push_back(v.is_float() ? normalize_integral(v) : v);
       }
       const LookupResult found = gen_._lookup_var_or_param(py_str(lhs.at("name")), &remapped, &env);
-      if (found.is_var) update(column_of(found.val), op, rhs_val);
+      if (found.is_var) update(found.column, op, rhs_val);
     } catch (const Error&) {  // NOLINT(bugprone-empty-catch): a reference it cannot resolve narrows nothing
     }
   }
@@ -146,7 +146,7 @@ class Tightener {
     if (const Value* one = constr.find("constraint")) {
       inner.push_back(*one);
     } else {
-      const Value many = constr.get("constraints", Value::list(ValueVec{}));
+      const Value many = constr.get("constraints", empty_list());
       if (many.is_sequence()) inner = many.items();
     }
     for (std::int64_t t = first; t <= last; ++t) {

@@ -104,7 +104,7 @@ std::string Generator::_multi_indexed_var_name(const Value& expr, const Env& env
   if (!type.is_str() || type.as_str() != "indexed_name") return py_str(node.at("name"));
   std::string base = py_str(node.at("name"));
   ValueVec index_values;
-  const Value dims = node.get("dimensions", Value::list(ValueVec{}));
+  const Value dims = node.get("dimensions", empty_list());
   for (const Value& dim : dims.items()) {
     Value found;
     const Value dim_type = dim.is_map() ? dim.as_map()->get("type") : Value();
