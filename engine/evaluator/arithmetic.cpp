@@ -63,8 +63,9 @@ EvalResult ExpressionEvaluator::_eval_binop(const Value& expr, const Env& env) {
   const Value& left = node.at("left");
   const Value& right = node.at("right");
   const Value& op_value = node.at("op");
-  const std::string op = py_str(op_value);
+  std::string op_text;
   const bool op_is_str = op_value.is_str();
+  const std::string& op = op_is_str ? op_value.as_str() : (op_text = py_str(op_value));
   if (op_is_str && op == "!=" && is_bool_expr(left) && is_bool_expr(right)) {
     const std::string aux = parent_._ensure_aux_binary("xor_flag");
     EvalResult out;

@@ -60,17 +60,44 @@ EvalResult ExpressionEvaluator::eval(const Value& expr, const Env* env) {
     const Value type = expr.is_map() ? expr.as_map()->get("type") : Value();
     return "[EVAL_ENTRY] type=" + py_str(type) + ", expr=" + py_str(expr) + ", env=" + env_text(env);
   });
-  const Env empty;
-  const Env& scope = env != nullptr ? *env : empty;
+  static const Env kEmptyEnv;
+  const Env& scope = env != nullptr ? *env : kEmptyEnv;
   if (!expr.is_map()) throw Generator::_unsupported_type_error("expr", class_text(expr));
-  const Value* type = expr.as_map()->find("type");
+  // Held, not borrowed: the node keeps it only until the node changes.
+  const std::shared_ptr<const EvalNodeInfo> info = node_info(*expr.as_map());
+  switch (info->route) {
+    case EvalNodeInfo::Route::kImplies:
+      return eval(_rewrite_implies(expr), &scope);
+    case EvalNodeInfo::Route::kConstraint:
+      return EvalResult::constant(Value::real(0.0));
+    case EvalNodeInfo::Route::kHandler:
+      return checked_result(info->type, (this->*info->handler)(expr, scope));
+    case EvalNodeInfo::Route::kFallback:
+      break;
+  }
+  return _handle_literal_fallback(info->type, expr, scope);
+}
+
+// The dispatch of a node, worked out on its first evaluation and kept on it.
+std::shared_ptr<const EvalNodeInfo> ExpressionEvaluator::node_info(const Map& node) {
+  if (auto known = std::dynamic_pointer_cast<const EvalNodeInfo>(node.annotation())) return known;
+  const Value* type = node.find("type");
   if (type == nullptr || !type->is_str()) {
     throw Generator::_unsupported_type_error("expr", "missing or non-string 'type'");
   }
-  const std::string& t = type->as_str();
-  if (t == "implies") return eval(_rewrite_implies(expr), &scope);
-  if (t == "constraint") return EvalResult::constant(Value::real(0.0));
-  return dispatch(t, expr, scope);
+  auto info = std::make_shared<EvalNodeInfo>();
+  info->type = type->as_str();
+  if (info->type == "implies") {
+    info->route = EvalNodeInfo::Route::kImplies;
+  } else if (info->type == "constraint") {
+    info->route = EvalNodeInfo::Route::kConstraint;
+  } else if (const Handler handler = _get_handler(info->type)) {
+    info->route = EvalNodeInfo::Route::kHandler;
+    info->handler = handler;
+  }
+  if (info->type == "indexed_name") info->shape = make_indexed_name_shape(node);
+  node.annotate(info);
+  return info;
 }
 
 EvalResult ExpressionEvaluator::dispatch(const std::string& type, const Value& expr, const Env& env) {

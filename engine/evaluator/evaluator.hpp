@@ -1,7 +1,11 @@
 #pragma once
 
+#include <cstdint>
+#include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "model/error.hpp"
 
@@ -29,6 +33,33 @@ class DepthGuard {
 
  private:
   int& depth_;
+};
+
+// The shape of a subscripted name, worked out once per node: its name, its
+// subscripts when they are plain names or literals, and its declaration.
+struct IndexedNameShape {
+  struct Dim {
+    bool literal = false;  // a number_literal_index; else a name_reference_index
+    Value value;           // the literal, or the referenced name
+  };
+  std::string name;
+  std::vector<Dim> dims;
+  MapPtr decl;
+  bool tuple_indexed = false;
+  bool parameter = false;
+  bool variable_array = false;  // declared as dvar_indexed and not over a tuple set
+};
+
+class ExpressionEvaluator;
+
+// What the evaluator keeps on a node: how to dispatch it, and for a
+// subscripted name its shape (absent when the subscripts are not simple).
+struct EvalNodeInfo final : NodeAnnotation {
+  enum class Route : std::uint8_t { kHandler, kImplies, kConstraint, kFallback };
+  std::string type;
+  Route route = Route::kFallback;
+  EvalResult (ExpressionEvaluator::*handler)(const Value& expr, const Env& env) = nullptr;
+  std::shared_ptr<const IndexedNameShape> shape;
 };
 
 class ExpressionEvaluator {
@@ -85,6 +116,9 @@ class ExpressionEvaluator {
   // Deeper nesting than this is refused instead of exhausting the C++ stack.
   static constexpr int kMaxDepth = 2000;
 
+  std::shared_ptr<const EvalNodeInfo> node_info(const Map& node);
+  std::shared_ptr<const IndexedNameShape> make_indexed_name_shape(const Map& node);
+  std::optional<EvalResult> direct_variable_term(const IndexedNameShape& shape, const ValueVec& indices);
   EvalResult eval_aggregate(const Value& expr, const Env& env, bool take_max);
   EvalResult eval_connective(const Value& expr, const Env& env, bool is_and);
   Value tuple_member(const Value& e, const Env& env);

@@ -3,16 +3,14 @@
 #include <string>
 
 #include "evaluator/evaluator.hpp"
+#include "evaluator/index_values.hpp"
 #include "model/repr.hpp"
 #include "model/semantics.hpp"
 
 namespace kolva {
-namespace {
+Value normalized_index(const Value& v) { return v.is_float() ? normalize_integral(v) : v; }
 
-// A float of integral value becomes an int; anything else stays.
-Value normalized(const Value& v) { return v.is_float() ? normalize_integral(v) : v; }
-
-Value name_as_index(const Value& name, const Env& env, const Map& data_dict) {
+Value index_value_of_name(const Value& name, const Map& env, const Map& data_dict) {
   Value val;
   if (const Value* bound = name.is_str() ? env.find(name.as_str()) : nullptr) {
     val = *bound;
@@ -30,8 +28,6 @@ Value name_as_index(const Value& name, const Env& env, const Map& data_dict) {
   }
   return val;
 }
-
-}  // namespace
 
 Value ExpressionEvaluator::index_tuple_member(const Value& e, const Env& env) {
   if (!e.is_map()) return e;
@@ -51,17 +47,18 @@ EvalResult ExpressionEvaluator::_eval_index_expr(const Value& dim_expr, const En
   const std::string_view tt = node_type(node);
   if (tt == "field_access_index" || tt == "field_access") {
     EvalResult r = _eval_field_access(dim_expr, env);
-    r.val = normalized(r.val);
+    r.val = normalized_index(r.val);
     return r;
   }
-  if (tt == "number_literal_index") return EvalResult::constant(normalized(node.at("value")));
+  if (tt == "number_literal_index") return EvalResult::constant(normalized_index(node.at("value")));
   if (tt == "name_reference_index")
-    return EvalResult::constant(name_as_index(node.get("name"), env, *parent_.data_dict));
-  if (tt == "name") return EvalResult::constant(name_as_index(node.get("value"), env, *parent_.data_dict));
+    return EvalResult::constant(index_value_of_name(node.get("name"), env, *parent_.data_dict));
+  if (tt == "name")
+    return EvalResult::constant(index_value_of_name(node.get("value"), env, *parent_.data_dict));
   if (tt == "indexed_name") {
     const Value val = _eval_indexed_name(dim_expr, env).val;
     if (val.is_map()) raise_semantic("Indexed expression used as an index must resolve to a scalar value");
-    return EvalResult::constant(normalized(val));
+    return EvalResult::constant(normalized_index(val));
   }
   if (tt == "string_literal") return EvalResult::constant(node.get("value"));
   if (tt == "binop") {
@@ -72,25 +69,25 @@ EvalResult ExpressionEvaluator::_eval_index_expr(const Value& dim_expr, const En
     if (!lval.is_int_like() || !rval.is_int_like()) {
       return EvalResult::constant(Value::str("(" + py_str(lval) + " " + op_text + " " + py_str(rval) + ")"));
     }
-    if (op_text == "+") return EvalResult::constant(normalized(py_add(lval, rval)));
-    if (op_text == "-") return EvalResult::constant(normalized(py_sub(lval, rval)));
-    if (op_text == "*") return EvalResult::constant(normalized(py_mul(lval, rval)));
+    if (op_text == "+") return EvalResult::constant(normalized_index(py_add(lval, rval)));
+    if (op_text == "-") return EvalResult::constant(normalized_index(py_sub(lval, rval)));
+    if (op_text == "*") return EvalResult::constant(normalized_index(py_mul(lval, rval)));
     throw Generator::_unsupported_operator_error("index", op_text);
   }
   if (tt == "uminus") {
     const Value val = _eval_index_expr(node.at("value"), env).val;
     if (val.is_str()) return EvalResult::constant(Value::str("-(" + val.as_str() + ")"));
-    return EvalResult::constant(normalized(py_neg(val)));
+    return EvalResult::constant(normalized_index(py_neg(val)));
   }
   if (tt == "parenthesized_expression") return _eval_index_expr(node.at("expression"), env);
   if (tt == "minl" || tt == "maxl") {
-    return EvalResult::constant(normalized(eval_aggregate(dim_expr, env, tt == "maxl").val));
+    return EvalResult::constant(normalized_index(eval_aggregate(dim_expr, env, tt == "maxl").val));
   }
   if (tt == "tuple_literal") return EvalResult::constant(index_tuple_member(dim_expr, env));
-  if (const Value* value = node.find("value")) return EvalResult::constant(normalized(*value));
+  if (const Value* value = node.find("value")) return EvalResult::constant(normalized_index(*value));
   if (const Value* name = node.find("name")) {
     const bool hashable = !(name->is_list() || name->is_map());
-    return EvalResult::constant(normalized(hashable ? env.get(*name, *name) : *name));
+    return EvalResult::constant(normalized_index(hashable ? env.get(*name, *name) : *name));
   }
   throw Generator::_unsupported_type_error("index expr", py_str(node.get("type")));
 }

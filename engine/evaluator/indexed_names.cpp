@@ -3,6 +3,7 @@
 #include <string>
 
 #include "evaluator/evaluator.hpp"
+#include "evaluator/index_values.hpp"
 #include "model/repr.hpp"
 #include "model/semantics.hpp"
 
@@ -63,17 +64,90 @@ bool ExpressionEvaluator::remap_set_members(const Map& decl, const Value& param_
   return remapped_any;
 }
 
+std::shared_ptr<const IndexedNameShape> ExpressionEvaluator::make_indexed_name_shape(const Map& node) {
+  const Value* name = node.find("name");
+  const Value* dims = node.find("dimensions");
+  if (name == nullptr || !name->is_str() || dims == nullptr || !dims->is_sequence()) return nullptr;
+  auto shape = std::make_shared<IndexedNameShape>();
+  shape->name = name->as_str();
+  for (const Value& d : dims->items()) {
+    if (!d.is_map()) return nullptr;
+    const Map& dim = *d.as_map();
+    const std::string_view kind = node_type(dim);
+    if (kind == "number_literal_index" && dim.contains("value")) {
+      shape->dims.push_back({true, dim.at("value")});
+    } else if (kind == "name_reference_index") {
+      shape->dims.push_back({false, dim.get("name")});
+    } else {
+      return nullptr;  // other subscripts go through the index evaluator each time
+    }
+  }
+  try {
+    shape->decl = parent_._find_decl(shape->name);
+  } catch (const Error&) {
+    return nullptr;  // let the general path raise it in its own order
+  }
+  if (shape->decl != nullptr) {
+    const Value* decl_dims = shape->decl->find("dimensions");
+    if (decl_dims != nullptr && decl_dims->is_sequence() && decl_dims->items().size() == 1 &&
+        decl_dims->items()[0].is_map() && type_of(*decl_dims->items()[0].as_map()) == "named_set_dimension") {
+      const MapPtr set_decl = parent_._find_decl(py_str(decl_dims->items()[0].as_map()->get("name")));
+      shape->tuple_indexed = set_decl != nullptr && is_tuple_set_type(type_of(*set_decl));
+    }
+    shape->parameter = !shape->tuple_indexed && type_of(*shape->decl).starts_with("parameter");
+    shape->variable_array = !shape->tuple_indexed && type_of(*shape->decl) == "dvar_indexed";
+  }
+  return shape;
+}
+
+// A subscripted variable found under the name its subscripts form, as the
+// first step of the variable lookup would find it; none when that step
+// would not, and the full lookup then decides.
+std::optional<EvalResult> ExpressionEvaluator::direct_variable_term(const IndexedNameShape& shape,
+                                                                    const ValueVec& indices) {
+  thread_local std::string vname;
+  vname.assign(shape.name);
+  vname += '_';
+  for (std::size_t i = 0; i < indices.size(); ++i) {
+    if (i > 0) vname += '_';
+    append_str(vname, normalize_integral(indices[i]));
+  }
+  const std::int64_t* column = parent_.var_indices.find(vname);
+  if (column == nullptr) return std::nullopt;
+  EvalResult out;
+  out.coef.set_column(vname, 1.0, *column);
+  out.val = Value::real(0.0);
+  return out;
+}
+
 EvalResult ExpressionEvaluator::_eval_indexed_name(const Value& expr, const Env& env) {
   const Map& node = *expr.as_map();
+  const auto info = std::dynamic_pointer_cast<const EvalNodeInfo>(node.annotation());
+  const IndexedNameShape* shape =
+      info != nullptr && !parent_.log().on(LogLevel::kDebug) ? info->shape.get() : nullptr;
   const Value& name_value = node.at("name");
   std::string name_text;
   const std::string& name = name_value.is_str() ? name_value.as_str() : (name_text = py_str(name_value));
   const ValueVec& dim_nodes = node.at("dimensions").items();
   ValueVec remapped;
   remapped.reserve(dim_nodes.size());
-  for (const Value& d : dim_nodes) remapped.push_back(_eval_index_expr(d, env).val);
-  const MapPtr decl = parent_._find_decl(name);
-  if (decl != nullptr) {
+  if (shape != nullptr) {
+    // Plain subscripts give what the index evaluator would, without it.
+    for (const IndexedNameShape::Dim& dim : shape->dims) {
+      remapped.push_back(dim.literal ? normalized_index(dim.value)
+                                     : index_value_of_name(dim.value, env, *parent_.data_dict));
+    }
+  } else {
+    for (const Value& d : dim_nodes) remapped.push_back(_eval_index_expr(d, env).val);
+  }
+  const MapPtr decl = shape != nullptr ? shape->decl : parent_._find_decl(name);
+  if (shape != nullptr) {
+    if (shape->tuple_indexed) return _handle_tuple_indexed(expr, remapped);
+    if (shape->parameter) remap_set_members(*decl, data_entry(*parent_.data_dict, name), remapped);
+    if (shape->variable_array) {
+      if (auto term = direct_variable_term(*shape, remapped)) return std::move(*term);
+    }
+  } else if (decl != nullptr) {
     const Value* dims_value = decl->find("dimensions");
     const Value& dims = dims_value != nullptr ? *dims_value : empty_list();
     if (dims.is_sequence() && dims.items().size() == 1 && dims.items()[0].is_map() &&
@@ -82,8 +156,9 @@ EvalResult ExpressionEvaluator::_eval_indexed_name(const Value& expr, const Env&
       if (set_decl != nullptr && is_tuple_set_type(type_of(*set_decl)))
         return _handle_tuple_indexed(expr, remapped);
     }
-    if (type_of(*decl).starts_with("parameter"))
+    if (type_of(*decl).starts_with("parameter")) {
       remap_set_members(*decl, data_entry(*parent_.data_dict, name), remapped);
+    }
   }
   const LookupResult found = parent_._lookup_var_or_param(name, &remapped, &env);
   if (found.is_var) {

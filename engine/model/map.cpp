@@ -99,6 +99,7 @@ Value Map::get(const Value& key, const Value& fallback) const {
 
 void Map::set(const Value& key, Value value) {
   require_hashable(key);
+  annotation_.reset();
   const std::uint64_t hash = py_hash(key);
   const std::ptrdiff_t pos = key.is_str() ? position_of_str(key.as_str()) : position_of(key, hash);
   if (pos >= 0) {
@@ -109,6 +110,7 @@ void Map::set(const Value& key, Value value) {
 }
 
 void Map::set(std::string_view key, Value value) {
+  annotation_.reset();
   const std::ptrdiff_t pos = position_of_str(key);
   if (pos >= 0) {
     items_[static_cast<std::size_t>(pos)].second = std::move(value);
@@ -119,6 +121,7 @@ void Map::set(std::string_view key, Value value) {
 
 bool Map::erase(const Value& key) {
   require_hashable(key);
+  annotation_.reset();
   const std::uint64_t hash = slots_.empty() ? 0 : py_hash(key);
   const std::ptrdiff_t pos = key.is_str() ? position_of_str(key.as_str()) : position_of(key, hash);
   if (pos < 0) return false;

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -14,6 +15,16 @@ namespace kolva {
 // one key, tuples compare by members, lists and maps are unhashable. Small
 // maps (model tree nodes) are searched linearly; larger ones (data tables)
 // get an open-addressing index of positions.
+// What the engine has worked out about a model-tree node (its handler, the
+// shape of a subscripted name), kept on the node so that evaluating it again
+// needs no lookups. Any change to the node drops it.
+struct NodeAnnotation {
+  NodeAnnotation() = default;
+  NodeAnnotation(const NodeAnnotation&) = delete;
+  NodeAnnotation& operator=(const NodeAnnotation&) = delete;
+  virtual ~NodeAnnotation() = default;
+};
+
 class Map {
  public:
   using Item = std::pair<Value, Value>;
@@ -46,6 +57,9 @@ class Map {
   // Whether any key is a tuple, known without looking at the keys.
   bool has_tuple_key() const { return tuple_keys_ > 0; }
 
+  const std::shared_ptr<const NodeAnnotation>& annotation() const { return annotation_; }
+  void annotate(std::shared_ptr<const NodeAnnotation> note) const { annotation_ = std::move(note); }
+
  private:
   static constexpr std::size_t kLinearLimit = 8;
 
@@ -59,6 +73,7 @@ class Map {
   std::vector<std::uint64_t> hashes_;  // filled only once the index exists
   std::vector<std::uint32_t> slots_;   // position + 1, 0 = empty
   std::size_t tuple_keys_ = 0;
+  mutable std::shared_ptr<const NodeAnnotation> annotation_;
 };
 
 inline MapPtr make_map() { return std::make_shared<Map>(); }

@@ -212,6 +212,18 @@ std::string py_repr_float(double value) {
   const std::string sign = std::signbit(value) ? "-" : "";
   if (value == 0.0) return sign + "0.0";
 
+  // Whole numbers below 1e16 print as their integer digits and ".0"; they
+  // are most of what a model holds, and need no shortest-digit search.
+  constexpr double kFixedLimit = 1e16;
+  if (std::fabs(value) < kFixedLimit && value == std::trunc(value)) {
+    std::array<char, 24> buffer{};
+    const auto res =
+        std::to_chars(buffer.data(), buffer.data() + buffer.size(), static_cast<std::int64_t>(value));
+    std::string out(buffer.data(), res.ptr);
+    out += ".0";
+    return out;
+  }
+
   const ShortestDigits digits = shortest_digits(std::fabs(value));
   const bool fixed = digits.exponent >= kMinFixedExponent && digits.exponent < kMaxFixedExponent;
   return sign + (fixed ? layout_fixed(digits) : layout_scientific(digits));

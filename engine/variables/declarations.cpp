@@ -135,16 +135,19 @@ void Generator::handle_indexed_variable_declaration(const Map& decl, std::vector
     return r.val;
   };
   const Value var_type = decl.get("var_type");
+  const TypeDefaults defaults = default_bounds_for_type(var_type);
+  const Value* lower_bound = decl.find("lower_bound");
+  const Value* upper_bound = decl.find("upper_bound");
+  const bool bounds_need_env = lower_bound != nullptr || upper_bound != nullptr;
   const auto add = [&](const std::string& column_name, const Env& env) {
     record_column(column_name, static_cast<std::int64_t>(names.size()));
     names.push_back(column_name);
-    const TypeDefaults d = default_bounds_for_type(var_type);
-    BoundPair pair{d.lower, d.upper};
+    BoundPair pair{defaults.lower, defaults.upper};
     // A bound key present with a null value clears the type's default.
-    if (const Value* lb = decl.find("lower_bound")) pair.lower = eval_decl_bound(*lb, env);
-    if (const Value* ub = decl.find("upper_bound")) pair.upper = eval_decl_bound(*ub, env);
+    if (lower_bound != nullptr) pair.lower = eval_decl_bound(*lower_bound, env);
+    if (upper_bound != nullptr) pair.upper = eval_decl_bound(*upper_bound, env);
     new_bounds.push_back(std::move(pair));
-    new_integrality.push_back(Value::integer(d.integer));
+    new_integrality.push_back(Value::integer(defaults.integer));
   };
   ValueVec iter_names;
   const Value iterators = decl.get("iterators", empty_list());
@@ -173,7 +176,7 @@ void Generator::handle_indexed_variable_declaration(const Map& decl, std::vector
     });
     for (const Value& element : elements) {
       Env env;
-      if (!iter_names.empty()) env.set(iter_names[0], element);
+      if (bounds_need_env && !iter_names.empty()) env.set(iter_names[0], element);
       add(element.is_tuple() ? name + "[" + py_repr(element) + "]" : name + "_" + py_str(element), env);
     }
     return;
@@ -235,7 +238,8 @@ void Generator::handle_indexed_variable_declaration(const Map& decl, std::vector
       const Value& member = elements_list[i][pos[i]];
       column_name += '_';
       append_str(column_name, member);
-      if (i < iter_names.size()) env.set(iter_names[i], member);
+      // The Env only serves bound expressions; without them it stays empty.
+      if (bounds_need_env && i < iter_names.size()) env.set(iter_names[i], member);
     }
     log_.debug([&] { return "[SciPyCSCCodeGenerator] Adding range-indexed variable: " + column_name; });
     add(column_name, env);
