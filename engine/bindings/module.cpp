@@ -127,36 +127,87 @@ nb::object sparse_rows_to_python(const SparseRows& m, std::size_t n_cols) {
                                            numpy_copy(widths), n_cols);
 }
 
-nb::object problem_to_python(const LinearProblem& p) {
-  ToPython py;
-  const auto rows = [&p](const SparseRows& m) { return sparse_rows_to_python(m, p.var_names.size()); };
-  const auto floats = [](const std::vector<double>& v) {
-    nb::list out;
-    for (double d : v) out.append(d);
-    return out;
-  };
-  nb::list names;
-  for (const std::string& n : p.var_names) names.append(nb::str(n.c_str(), n.size()));
-  nb::list bounds;
-  for (const auto& [lower, upper] : p.bounds) {
-    nb::list pair;
-    pair.append(py(lower));
-    pair.append(py(upper));
-    bounds.append(pair);
+// Python lists built with the C API: one object per entry, nothing more.
+nb::object new_list(std::size_t n) {
+  PyObject* list = PyList_New(static_cast<Py_ssize_t>(n));
+  if (list == nullptr) throw nb::python_error();
+  return nb::steal(list);
+}
+
+void set_item(const nb::object& list, std::size_t i, PyObject* item) {
+  if (item == nullptr) throw nb::python_error();
+  PyList_SET_ITEM(list.ptr(), static_cast<Py_ssize_t>(i), item);
+}
+
+nb::object float_list_fast(const std::vector<double>& values) {
+  nb::object out = new_list(values.size());
+  for (std::size_t i = 0; i < values.size(); ++i) set_item(out, i, PyFloat_FromDouble(values[i]));
+  return out;
+}
+
+PyObject* scalar_to_python(const Value& v) {
+  switch (v.kind()) {
+    case Value::Kind::kNone:
+      Py_INCREF(Py_None);
+      return Py_None;
+    case Value::Kind::kInt:
+      return PyLong_FromLongLong(v.as_int());
+    case Value::Kind::kFloat:
+      return PyFloat_FromDouble(v.as_float());
+    default:
+      return ToPython()(v).release().ptr();
   }
-  nb::list integrality;
-  for (const Value& v : p.integrality) integrality.append(py(v));
+}
+
+// Pauses Python's cyclic garbage collector while many containers are made:
+// the lists built here hold no cycles, and collections triggered by their
+// allocation would walk every one of them again and again.
+class GcPause {
+ public:
+  GcPause() : was_enabled_(PyGC_IsEnabled() != 0) { PyGC_Disable(); }
+  GcPause(const GcPause&) = delete;
+  GcPause& operator=(const GcPause&) = delete;
+  ~GcPause() {
+    if (was_enabled_) PyGC_Enable();
+  }
+
+ private:
+  bool was_enabled_;
+};
+
+// The LinearProblem of the generator's current state; shares nothing with it.
+nb::object problem_from_generator(const Generator& gen) {
+  const GcPause pause;
+  if (!gen.integrality)
+    raise(ErrorKind::kAttribute, "'SciPyCSCCodeGenerator' object has no attribute 'integrality'");
+  nb::object names = new_list(gen.var_names.size());
+  for (std::size_t i = 0; i < gen.var_names.size(); ++i) {
+    const std::string& n = gen.var_names[i];
+    set_item(names, i, PyUnicode_DecodeUTF8(n.data(), static_cast<Py_ssize_t>(n.size()), "surrogatepass"));
+  }
+  nb::object bounds = new_list(gen.bounds.size());
+  for (std::size_t i = 0; i < gen.bounds.size(); ++i) {
+    nb::object pair = new_list(2);
+    set_item(pair, 0, scalar_to_python(gen.bounds[i].lower));
+    set_item(pair, 1, scalar_to_python(gen.bounds[i].upper));
+    set_item(bounds, i, pair.release().ptr());
+  }
+  nb::object integrality = new_list(gen.integrality->size());
+  for (std::size_t i = 0; i < gen.integrality->size(); ++i) {
+    set_item(integrality, i, scalar_to_python((*gen.integrality)[i]));
+  }
+  const std::size_t n_cols = gen.var_names.size();
   nb::dict kwargs;
-  kwargs["sense"] = p.sense;
+  kwargs["sense"] = gen.snapshot_sense();
   kwargs["var_names"] = names;
   kwargs["bounds"] = bounds;
   kwargs["integrality"] = integrality;
-  kwargs["c"] = floats(p.c);
-  kwargs["A_eq"] = rows(p.A_eq);
-  kwargs["b_eq"] = floats(p.b_eq);
-  kwargs["A_ub"] = rows(p.A_ub);
-  kwargs["b_ub"] = floats(p.b_ub);
-  kwargs["objective_offset"] = p.objective_offset;
+  kwargs["c"] = float_list_fast(gen.c);
+  kwargs["A_eq"] = sparse_rows_to_python(gen.A_eq, n_cols);
+  kwargs["b_eq"] = float_list_fast(gen.b_eq);
+  kwargs["A_ub"] = sparse_rows_to_python(gen.A_ub, n_cols);
+  kwargs["b_ub"] = float_list_fast(gen.b_ub);
+  kwargs["objective_offset"] = py_float(gen.obj_const_offset);
   return nb::borrow(g_linear_problem)(**kwargs);
 }
 
@@ -318,7 +369,10 @@ void bind_generator(nb::module_& m) {
 
   // Public operations and phases.
   cls.def("generate_code", [](PyGenerator& g) { return g.core().generate_code(); });
-  cls.def("build_problem", [](PyGenerator& g) { return problem_to_python(g.core().build_problem()); });
+  cls.def("build_problem", [](PyGenerator& g) {
+    g.core().run_build_phases();
+    return problem_from_generator(*g.gen);
+  });
   cls.def(
       "_generate_data_declarations",
       [](PyGenerator& g, nb::handle data) {
@@ -339,8 +393,7 @@ void bind_generator(nb::module_& m) {
   cls.def("_reconcile_problem_metadata", [](PyGenerator& g) { g.core()._reconcile_problem_metadata(); });
   cls.def("_refresh_problem_metadata_code_lines",
           [](PyGenerator& g) { g.core()._refresh_problem_metadata_code_lines(); });
-  cls.def("_snapshot_linear_problem",
-          [](PyGenerator& g) { return problem_to_python(g.core()._snapshot_linear_problem()); });
+  cls.def("_snapshot_linear_problem", [](PyGenerator& g) { return problem_from_generator(g.core()); });
 
   // Helpers, reachable so behaviour can be tested where it is defined.
   cls.def("_indent", [](PyGenerator& g) { return g.core()._indent(); });

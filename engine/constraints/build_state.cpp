@@ -42,6 +42,16 @@ const std::vector<std::pair<std::int64_t, double>>& RowAccumulator::sorted_entri
   return entries_;
 }
 
+void RowSystem::append(const std::vector<std::pair<std::int64_t, double>>& entries, double rhs_value) {
+  thread_local std::vector<std::pair<std::int64_t, double>> kept;
+  kept.clear();
+  for (const auto& entry : entries) {
+    if (std::fabs(entry.second) > kZeroTolerance) kept.push_back(entry);
+  }
+  rows.append(0, kept);
+  rhs.push_back(rhs_value);
+}
+
 void append_sparse_row(ConstraintBuildState& state,
                        const std::vector<std::pair<std::int64_t, double>>& entries, double rhs,
                        std::string_view sense) {

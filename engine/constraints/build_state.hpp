@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "constraints/sparse_rows.hpp"
 #include "model/map.hpp"
 
 namespace kolva {
@@ -59,5 +60,17 @@ void append_sparse_row(ConstraintBuildState& state,
                        std::string_view sense);
 
 inline constexpr double kZeroTolerance = 1e-12;
+
+// One system of rows (equalities, or upper bounds) as the constraint build
+// stores them: compressed rows and their right-hand sides.
+struct RowSystem {
+  SparseRows rows;
+  std::vector<double> rhs;
+
+  std::size_t size() const { return rhs.size(); }
+  // Stores a row: entries above 1e-12 in magnitude, in the order given
+  // (ascending columns), then the right-hand side.
+  void append(const std::vector<std::pair<std::int64_t, double>>& entries, double rhs_value);
+};
 
 }  // namespace kolva

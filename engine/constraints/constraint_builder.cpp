@@ -23,33 +23,28 @@ std::string int_list_text(const std::vector<T>& values) {
   return out;
 }
 
-// Triplets of one system, assigned into rows of width n_vars: a later
-// triplet of the same cell replaces an earlier one.
-SparseRows rows_from_triplets(const std::vector<std::int64_t>& rows, const std::vector<std::int64_t>& cols,
-                              const std::vector<double>& data, std::size_t n_rows, std::size_t n_vars) {
-  std::vector<std::vector<std::pair<std::int64_t, double>>> per_row(n_rows);
+// Triplets of one system as compressed rows: a later triplet of the same
+// cell replaces an earlier one.
+RowSystem rows_from_triplets(const std::vector<std::int64_t>& rows, const std::vector<std::int64_t>& cols,
+                             const std::vector<double>& data, const std::vector<double>& rhs) {
+  std::vector<std::vector<std::pair<std::int64_t, double>>> per_row(rhs.size());
   for (std::size_t k = 0; k < rows.size(); ++k)
     per_row[static_cast<std::size_t>(rows[k])].emplace_back(cols[k], data[k]);
-  SparseRows out;
+  RowSystem out;
   for (auto& entries : per_row) {
-    const bool ascending =
-        std::adjacent_find(entries.begin(), entries.end(),
-                           [](const auto& a, const auto& b) { return a.first >= b.first; }) == entries.end();
-    if (!ascending) {
-      std::stable_sort(entries.begin(), entries.end(),
-                       [](const auto& a, const auto& b) { return a.first < b.first; });
-      std::vector<std::pair<std::int64_t, double>> unique;
-      for (const auto& entry : entries) {
-        if (!unique.empty() && unique.back().first == entry.first) {
-          unique.back().second = entry.second;
-        } else {
-          unique.push_back(entry);
-        }
+    std::stable_sort(entries.begin(), entries.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::vector<std::pair<std::int64_t, double>> unique;
+    for (const auto& entry : entries) {
+      if (!unique.empty() && unique.back().first == entry.first) {
+        unique.back().second = entry.second;
+      } else {
+        unique.push_back(entry);
       }
-      entries = std::move(unique);
     }
-    out.append(n_vars, entries);
+    out.rows.append(0, unique);
   }
+  out.rhs = rhs;
   return out;
 }
 
@@ -71,18 +66,13 @@ std::string tuple_bounds_text(const std::vector<BoundPair>& bounds) {
 }  // namespace
 
 ConstraintBuilder::ConstraintBuilder(Generator& generator) : gen(generator) {
-  ctx.state = &state;
   ctx.comparison_truth_cache = gen.comparison_truth_cache;
   ctx.subtree_var_cache = gen.bool_subtree_cache;
 }
 
-void ConstraintBuilder::append_eq_row(double rhs) {
-  append_sparse_row(state, row_.sorted_entries(), rhs, "eq");
-}
+void ConstraintBuilder::append_eq_row(double rhs) { eq.append(row_.sorted_entries(), rhs); }
 
-void ConstraintBuilder::append_ub_row(double rhs) {
-  append_sparse_row(state, row_.sorted_entries(), rhs, "ub");
-}
+void ConstraintBuilder::append_ub_row(double rhs) { ub.append(row_.sorted_entries(), rhs); }
 
 void Generator::_build_constraints() {
   _add_code_line("# Constraints (sparse)");
@@ -101,7 +91,7 @@ void Generator::_build_constraints() {
       builder.handle_constraint(entry.as_map(), env);
     }
   }
-  _finalize_constraint_state(builder.state);
+  publish_rows(std::move(builder.eq), std::move(builder.ub));
   for (std::string& line : scipy_code_lines) {
     if (line.starts_with("var_names = ")) {
       line = "var_names = " + names_text(var_names);
@@ -117,26 +107,33 @@ void Generator::_build_constraints() {
 }
 
 void Generator::_finalize_constraint_state(const ConstraintBuildState& state) {
+  publish_rows(rows_from_triplets(state.A_eq_rows, state.A_eq_cols, state.A_eq_data, state.b_eq),
+               rows_from_triplets(state.A_ub_rows, state.A_ub_cols, state.A_ub_data, state.b_ub));
+}
+
+// The rows become the generator's A_eq/A_ub (every row as wide as the
+// variables are many now) and the script's triplet lines.
+void Generator::publish_rows(RowSystem eq, RowSystem ub) {
   const std::size_t n_vars = var_names.size();
-  A_eq = rows_from_triplets(state.A_eq_rows, state.A_eq_cols, state.A_eq_data, state.b_eq.size(), n_vars);
-  b_eq = state.b_eq;
-  A_ub = rows_from_triplets(state.A_ub_rows, state.A_ub_cols, state.A_ub_data, state.b_ub.size(), n_vars);
-  b_ub = state.b_ub;
   _add_code_line("from scipy.sparse import csr_matrix");
-  _add_code_line("A_eq_rows = " + int_list_text(state.A_eq_rows));
-  _add_code_line("A_eq_cols = " + int_list_text(state.A_eq_cols));
-  _add_code_line("A_eq_data = " + floats_text(state.A_eq_data));
-  _add_code_line("b_eq = " + floats_text(state.b_eq));
-  _add_code_line("A_ub_rows = " + int_list_text(state.A_ub_rows));
-  _add_code_line("A_ub_cols = " + int_list_text(state.A_ub_cols));
-  _add_code_line("A_ub_data = " + floats_text(state.A_ub_data));
-  _add_code_line("b_ub = " + floats_text(state.b_ub));
+  _add_code_line("A_eq_rows = " + int_list_text(eq.rows.entry_rows()));
+  _add_code_line("A_eq_cols = " + int_list_text(eq.rows.cols()));
+  _add_code_line("A_eq_data = " + floats_text(eq.rows.vals()));
+  _add_code_line("b_eq = " + floats_text(eq.rhs));
+  _add_code_line("A_ub_rows = " + int_list_text(ub.rows.entry_rows()));
+  _add_code_line("A_ub_cols = " + int_list_text(ub.rows.cols()));
+  _add_code_line("A_ub_data = " + floats_text(ub.rows.vals()));
+  _add_code_line("b_ub = " + floats_text(ub.rhs));
   _add_code_line("A_eq = csr_matrix((A_eq_data, (A_eq_rows, A_eq_cols)), shape=(" +
-                 std::to_string(state.b_eq.size()) + ", " + std::to_string(n_vars) +
-                 ")) if len(b_eq) > 0 else None");
+                 std::to_string(eq.size()) + ", " + std::to_string(n_vars) + ")) if len(b_eq) > 0 else None");
   _add_code_line("A_ub = csr_matrix((A_ub_data, (A_ub_rows, A_ub_cols)), shape=(" +
-                 std::to_string(state.b_ub.size()) + ", " + std::to_string(n_vars) +
-                 ")) if len(b_ub) > 0 else None");
+                 std::to_string(ub.size()) + ", " + std::to_string(n_vars) + ")) if len(b_ub) > 0 else None");
+  eq.rows.set_all_widths(n_vars);
+  ub.rows.set_all_widths(n_vars);
+  A_eq = std::move(eq.rows);
+  b_eq = std::move(eq.rhs);
+  A_ub = std::move(ub.rows);
+  b_ub = std::move(ub.rhs);
 }
 
 SymbolicBoolScope::SymbolicBoolScope(Generator& gen) : gen_(gen), saved_(gen.allow_symbolic_bool) {

@@ -31,7 +31,8 @@ class ConstraintBuilder {
   void append_ub_row(double rhs);
 
   Generator& gen;
-  ConstraintBuildState state;
+  RowSystem eq;
+  RowSystem ub;
   ConstraintBuildContext ctx;
 
  private:

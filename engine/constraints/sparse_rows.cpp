@@ -32,6 +32,15 @@ std::vector<double> SparseRows::dense_row(std::size_t row) const {
   return dense;
 }
 
+std::vector<std::int64_t> SparseRows::entry_rows() const {
+  std::vector<std::int64_t> out;
+  out.reserve(cols_.size());
+  for (std::size_t r = 0; r + 1 < starts_.size(); ++r) {
+    for (std::size_t k = starts_[r]; k < starts_[r + 1]; ++k) out.push_back(static_cast<std::int64_t>(r));
+  }
+  return out;
+}
+
 double SparseRows::at(std::size_t row, std::size_t col) const {
   for (std::size_t k = starts_[row]; k < starts_[row + 1]; ++k) {
     if (std::cmp_equal(cols_[k], col)) return vals_[k];

@@ -21,6 +21,10 @@ class SparseRows {
   void append_dense(const std::vector<double>& dense);
 
   std::size_t width(std::size_t row) const { return widths_[row]; }
+  // Every row as wide as `width` (rows widen when they are published).
+  void set_all_widths(std::size_t width) { widths_.assign(widths_.size(), width); }
+  // The row index of each stored entry, in storage order.
+  std::vector<std::int64_t> entry_rows() const;
   std::vector<double> dense_row(std::size_t row) const;
   // Entry (row, col), 0.0 when not stored.
   double at(std::size_t row, std::size_t col) const;

@@ -25,11 +25,11 @@ std::string join_lines(const std::vector<std::string>& lines) {
   return out;
 }
 
-bool constant_rows_feasible(const LinearProblem& problem) {
-  for (double v : problem.b_eq) {
+bool constant_rows_feasible(const std::vector<double>& b_eq, const std::vector<double>& b_ub) {
+  for (const double v : b_eq) {
     if (!(std::fabs(v) <= kShortCircuitTolerance)) return false;
   }
-  for (double v : problem.b_ub) {
+  for (const double v : b_ub) {
     if (!(v >= -kShortCircuitTolerance)) return false;
   }
   return true;
@@ -47,9 +47,9 @@ Value objective_node(const Map& ast) {
 
 std::string Generator::generate_code() {
   emit_script_header();
-  const LinearProblem problem = build_problem();
-  if (problem.var_names.empty()) {
-    emit_short_circuit(problem);
+  run_build_phases();
+  if (var_names.empty()) {
+    emit_short_circuit();
   } else {
     emit_solve_section();
   }
@@ -88,8 +88,8 @@ double Generator::constant_objective_value() {
   }
 }
 
-void Generator::emit_short_circuit(const LinearProblem& problem) {
-  const bool feasible = constant_rows_feasible(problem);
+void Generator::emit_short_circuit() {
+  const bool feasible = constant_rows_feasible(b_eq, b_ub);
   const double objective = constant_objective_value();
   _add_code_line("");
   _add_code_line("# No decision variables: short-circuit without linprog");
@@ -179,6 +179,11 @@ void Generator::emit_solve_section() {
 }
 
 LinearProblem Generator::build_problem() {
+  run_build_phases();
+  return _snapshot_linear_problem();
+}
+
+void Generator::run_build_phases() {
   _generate_data_declarations(data_dict);
   _add_code_line("");
   _add_code_line("# Build LP vectors/matrices");
@@ -188,7 +193,6 @@ LinearProblem Generator::build_problem() {
   _apply_top_level_binary_assignments();
   _reconcile_problem_metadata();
   _refresh_problem_metadata_code_lines();
-  return _snapshot_linear_problem();
 }
 
 }  // namespace kolva

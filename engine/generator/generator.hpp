@@ -62,6 +62,11 @@ class Generator {
   void _add_code_line(std::string_view line);
   std::string generate_code();
   LinearProblem build_problem();
+  // The phases of build_problem without the final snapshot, for callers
+  // that read the result from the generator's own state.
+  void run_build_phases();
+  // "minimize" or "maximize" as the snapshot reads the objective's type.
+  std::string snapshot_sense() const;
   void _apply_top_level_binary_assignments();
   void _reconcile_problem_metadata();
   void _refresh_problem_metadata_code_lines();
@@ -127,6 +132,7 @@ class Generator {
 
   // --- constraint rows (constraints/) ---
   void _finalize_constraint_state(const ConstraintBuildState& state);
+  void publish_rows(RowSystem eq, RowSystem ub);
   double _big_m_for_comparison(const Value& comp, const Env* env);
   static std::pair<std::string, double> _strict_adjusted_rhs(const std::string& op, double rhs_value);
   static bool _is_linear_comparison(const Value& node);
@@ -205,7 +211,7 @@ class Generator {
   };
 
   void emit_script_header();
-  void emit_short_circuit(const LinearProblem& problem);
+  void emit_short_circuit();
   void emit_solve_section();
   double constant_objective_value();
   void record_column(const std::string& name, std::int64_t column);

@@ -104,13 +104,17 @@ void Generator::_refresh_problem_metadata_code_lines() {
   }
 }
 
-LinearProblem Generator::_snapshot_linear_problem() const {
-  LinearProblem problem;
+std::string Generator::snapshot_sense() const {
   const Value objective = ast->get("objective", empty_map());
   const Value sense =
       objective.is_map() ? objective.as_map()->get("type", Value::str("minimize")) : Value::str("minimize");
   const bool known = sense.is_str() && (sense.as_str() == "minimize" || sense.as_str() == "maximize");
-  problem.sense = known ? sense.as_str() : "minimize";
+  return known ? sense.as_str() : "minimize";
+}
+
+LinearProblem Generator::_snapshot_linear_problem() const {
+  LinearProblem problem;
+  problem.sense = snapshot_sense();
   problem.var_names = var_names;
   for (const BoundPair& pair : bounds) problem.bounds.emplace_back(pair.lower, pair.upper);
   if (!integrality)

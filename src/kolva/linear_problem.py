@@ -18,9 +18,10 @@ class ObjectiveSense(str, Enum):
 
 
 def _as_array(values, dtype):
-    # The engine hands over raw native-order bytes; anything else is a sequence.
+    # The engine hands over raw native-order bytes, viewed in place (the
+    # sequence is read-only); anything else is a sequence.
     if isinstance(values, (bytes, bytearray)):
-        return np.frombuffer(values, dtype=dtype).copy()
+        return np.frombuffer(values, dtype=dtype)
     return np.asarray(values, dtype=dtype)
 
 
