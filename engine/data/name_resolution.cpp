@@ -71,6 +71,14 @@ LookupResult Generator::_lookup_var_or_param(const std::string& name, const Valu
     if (const Value* bound = scope.find(name)) return LookupResult::value(*bound);
   }
   if (auto var = _resolve_variable(name, indices)) return *var;
+  return lookup_parameter(name, indices, scope, default_zero_if_missing);
+}
+
+// The lookup once the name is known not to be a variable: data parameter,
+// then inline parameter, then "not found" (or the symbolic name).
+LookupResult Generator::lookup_parameter(const std::string& name, const ValueVec* indices, const Env& scope,
+                                         bool default_zero_if_missing) {
+  default_zero_if_missing = default_zero_if_missing || default_zero_override_;
   try {
     return _resolve_parameter(name, indices, scope, default_zero_if_missing);
   } catch (const Error& err) {
@@ -300,6 +308,7 @@ Value Generator::resolve_scalar_data(const std::string& name, const ValueVec* in
         evaluated.size() == 1 && evaluated[0].is_tuple() ? evaluated[0] : Value::tuple(evaluated);
     if (const Value* entry = val.as_map()->find(key)) return dispatch(*entry, true);
   }
+  std::optional<MapPtr> decl_of_name;  // found when a list first needs its start
   Value v = val;
   for (std::size_t i = 0; i < indices->size(); ++i) {
     const Value& idx = (*indices)[i];
@@ -327,7 +336,7 @@ Value Generator::resolve_scalar_data(const std::string& name, const ValueVec* in
                                    "' with env=" + py_repr(Value::map(std::make_shared<Map>(env))));
     }
     if (v.is_list()) {
-      const std::int64_t start_idx = list_start_offset(name, i);
+      const std::int64_t start_idx = list_start_offset(name, i, decl_of_name);
       const std::int64_t offset = checked_sub(py_int(idx_eval), start_idx);
       log_.debug([&] {
         return "[resolve_parameter] List lookup with start=" + std::to_string(start_idx) + ": v[" +
@@ -346,15 +355,17 @@ Value Generator::resolve_scalar_data(const std::string& name, const ValueVec* in
 
 // The first index of a list parameter's dimension: 1 unless its declaration
 // gives a range start.
-std::int64_t Generator::list_start_offset(const std::string& name, std::size_t position) {
+std::int64_t Generator::list_start_offset(const std::string& name, std::size_t position,
+                                          std::optional<MapPtr>& decl_of_name) {
   static const std::string kRangeDecl = "range_declaration_inline";
-  const MapPtr decl = [&]() -> MapPtr {
+  if (!decl_of_name) {
     try {
-      return _find_decl(name);
+      decl_of_name = _find_decl(name);
     } catch (const Error&) {
-      return nullptr;
+      decl_of_name = MapPtr();
     }
-  }();
+  }
+  const MapPtr& decl = *decl_of_name;
   if (decl == nullptr) return 1;
   // A declaration's starts do not change within a build; read each once.
   std::vector<std::optional<std::int64_t>>& starts = list_starts_[decl.get()];

@@ -24,11 +24,10 @@ void CoefDict::set_column(const std::string& name, double value, std::int64_t co
   const std::ptrdiff_t pos = position_of(name);
   if (pos >= 0) {
     items_[static_cast<std::size_t>(pos)].second = value;
-    if (column >= 0) columns_[static_cast<std::size_t>(pos)] = column;
+    if (column >= 0) items_[static_cast<std::size_t>(pos)].column = column;
     return;
   }
-  items_.emplace_back(name, value);
-  columns_.push_back(column);
+  items_.push_back(Item{name, value, column});
   if (!index_.empty()) {
     index_.emplace(name, items_.size() - 1);
   } else if (items_.size() > kLinearLimit) {
@@ -52,7 +51,7 @@ void CoefDict::add_from(const CoefDict& other, std::size_t i, double factor) {
     items_[static_cast<std::size_t>(pos)].second += factor * item.second;
     return;
   }
-  set_column(item.first, 0.0 + factor * item.second, other.columns_[i]);
+  set_column(item.first, 0.0 + factor * item.second, item.column);
 }
 
 CoefDict CoefDict::scaled(double factor) const {

@@ -14,7 +14,12 @@ namespace kolva {
 // any variable occurred, not whether the sum is non-zero.
 class CoefDict {
  public:
-  using Item = std::pair<std::string, double>;
+  // Named like a pair's members, plus the column when it is known.
+  struct Item {
+    std::string first;
+    double second = 0.0;
+    std::int64_t column = -1;
+  };
 
   bool empty() const { return items_.empty(); }
   std::size_t size() const { return items_.size(); }
@@ -28,7 +33,7 @@ class CoefDict {
   void set(const std::string& name, double value);
   // The column of entry i when the evaluation that made it knew it, else -1:
   // consumers then need no second name lookup.
-  std::int64_t column_at(std::size_t i) const { return columns_[i]; }
+  std::int64_t column_at(std::size_t i) const { return items_[i].column; }
   void set_column(const std::string& name, double value, std::int64_t column);
   // Every coefficient multiplied by `factor`.
   CoefDict scaled(double factor) const;
@@ -38,7 +43,6 @@ class CoefDict {
   std::ptrdiff_t position_of(const std::string& name) const;
 
   std::vector<Item> items_;
-  std::vector<std::int64_t> columns_;
   std::unordered_map<std::string, std::size_t> index_;  // used past kLinearLimit
 };
 

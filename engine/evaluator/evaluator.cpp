@@ -80,7 +80,7 @@ EvalResult ExpressionEvaluator::eval(const Value& expr, const Env* env) {
 
 // The dispatch of a node, worked out on its first evaluation and kept on it.
 std::shared_ptr<const EvalNodeInfo> ExpressionEvaluator::node_info(const Map& node) {
-  if (auto known = std::dynamic_pointer_cast<const EvalNodeInfo>(node.annotation())) return known;
+  if (auto known = EvalNodeInfo::of(node)) return known;
   const Value* type = node.find("type");
   if (type == nullptr || !type->is_str()) {
     throw Generator::_unsupported_type_error("expr", "missing or non-string 'type'");

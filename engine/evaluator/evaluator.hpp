@@ -55,6 +55,13 @@ class ExpressionEvaluator;
 // What the evaluator keeps on a node: how to dispatch it, and for a
 // subscripted name its shape (absent when the subscripts are not simple).
 struct EvalNodeInfo final : NodeAnnotation {
+  EvalNodeInfo() : NodeAnnotation(Kind::kEvaluator) {}
+  // The record kept on `node` by the evaluator, or null.
+  static std::shared_ptr<const EvalNodeInfo> of(const Map& node) {
+    const auto& note = node.annotation();
+    if (note == nullptr || note->kind != Kind::kEvaluator) return nullptr;
+    return std::static_pointer_cast<const EvalNodeInfo>(note);
+  }
   enum class Route : std::uint8_t { kHandler, kImplies, kConstraint, kFallback };
   std::string type;
   Route route = Route::kFallback;

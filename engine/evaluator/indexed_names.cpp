@@ -122,7 +122,7 @@ std::optional<EvalResult> ExpressionEvaluator::direct_variable_term(const Indexe
 
 EvalResult ExpressionEvaluator::_eval_indexed_name(const Value& expr, const Env& env) {
   const Map& node = *expr.as_map();
-  const auto info = std::dynamic_pointer_cast<const EvalNodeInfo>(node.annotation());
+  const auto info = EvalNodeInfo::of(node);
   const IndexedNameShape* shape =
       info != nullptr && !parent_.log().on(LogLevel::kDebug) ? info->shape.get() : nullptr;
   const Value& name_value = node.at("name");
@@ -160,7 +160,11 @@ EvalResult ExpressionEvaluator::_eval_indexed_name(const Value& expr, const Env&
       remap_set_members(*decl, data_entry(*parent_.data_dict, name), remapped);
     }
   }
-  const LookupResult found = parent_._lookup_var_or_param(name, &remapped, &env);
+  // A parameter that no variable name can extend is looked up as data at
+  // once: the variable lookup could only find nothing and check nothing.
+  const bool known_parameter = shape != nullptr && shape->parameter && !parent_.may_prefix_a_variable(name);
+  const LookupResult found = known_parameter ? parent_.lookup_parameter(name, &remapped, env, false)
+                                             : parent_._lookup_var_or_param(name, &remapped, &env);
   if (found.is_var) {
     EvalResult out;
     out.coef.set_column(found.var_name, 1.0, found.column);

@@ -97,6 +97,10 @@ class Generator {
   LookupResult _lookup_var_or_param(const std::string& name, const ValueVec* indices, const Env* env,
                                     bool default_zero_if_missing = false);
   std::optional<LookupResult> _resolve_variable(const std::string& name, const ValueVec* indices);
+  LookupResult lookup_parameter(const std::string& name, const ValueVec* indices, const Env& scope,
+                                bool default_zero_if_missing);
+  // Whether some variable's name starts with `name` followed by "_".
+  bool may_prefix_a_variable(std::string_view name) const { return underscore_prefixes_.contains(name); }
   LookupResult _resolve_parameter(const std::string& name, const ValueVec* indices, const Env& env,
                                   bool default_zero_if_missing);
   LookupResult _resolve_ast_parameter(const std::string& name, const ValueVec* indices);
@@ -221,7 +225,8 @@ class Generator {
   bool domain_check_fails(const std::string& name, const ValueVec& norm_indices, std::string& details);
   Value resolve_scalar_data(const std::string& name, const ValueVec* indices, const Env& env,
                             const Value& val);
-  std::int64_t list_start_offset(const std::string& name, std::size_t position);
+  std::int64_t list_start_offset(const std::string& name, std::size_t position,
+                                 std::optional<MapPtr>& decl_of_name);
 
   ValueVec domain_for_iterator(const Map& it, const Env& env);
   Value range_bound_value(const Value& expr);

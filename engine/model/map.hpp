@@ -19,7 +19,10 @@ namespace kolva {
 // shape of a subscripted name), kept on the node so that evaluating it again
 // needs no lookups. Any change to the node drops it.
 struct NodeAnnotation {
-  NodeAnnotation() = default;
+  // Which subsystem's record this is, so that readers need no dynamic cast.
+  enum class Kind : std::uint8_t { kEvaluator };
+  explicit NodeAnnotation(Kind k) : kind(k) {}
+  const Kind kind;
   NodeAnnotation(const NodeAnnotation&) = delete;
   NodeAnnotation& operator=(const NodeAnnotation&) = delete;
   virtual ~NodeAnnotation() = default;
