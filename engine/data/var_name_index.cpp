@@ -12,7 +12,10 @@ std::string VarNameIndex::without_brackets(std::string_view text) {
 }
 
 bool VarNameIndex::has_brackets(std::string_view text) {
-  return text.find_first_of("()") != std::string_view::npos;
+  for (const char c : text) {
+    if (c == '(' || c == ')') return true;
+  }
+  return false;
 }
 
 void VarNameIndex::add(const std::string& name, std::size_t position) {

@@ -63,8 +63,8 @@ EvalResult ExpressionEvaluator::eval(const Value& expr, const Env* env) {
   static const Env kEmptyEnv;
   const Env& scope = env != nullptr ? *env : kEmptyEnv;
   if (!expr.is_map()) throw Generator::_unsupported_type_error("expr", class_text(expr));
-  // Held, not borrowed: the node keeps it only until the node changes.
-  const std::shared_ptr<const EvalNodeInfo> info = node_info(*expr.as_map());
+  // Borrowed from the node: nodes are not changed while they are evaluated.
+  const EvalNodeInfo* info = node_info(*expr.as_map());
   switch (info->route) {
     case EvalNodeInfo::Route::kImplies:
       return eval(_rewrite_implies(expr), &scope);
@@ -79,8 +79,8 @@ EvalResult ExpressionEvaluator::eval(const Value& expr, const Env* env) {
 }
 
 // The dispatch of a node, worked out on its first evaluation and kept on it.
-std::shared_ptr<const EvalNodeInfo> ExpressionEvaluator::node_info(const Map& node) {
-  if (auto known = EvalNodeInfo::of(node)) return known;
+const EvalNodeInfo* ExpressionEvaluator::node_info(const Map& node) {
+  if (const EvalNodeInfo* known = EvalNodeInfo::borrowed(node)) return known;
   const Value* type = node.find("type");
   if (type == nullptr || !type->is_str()) {
     throw Generator::_unsupported_type_error("expr", "missing or non-string 'type'");
@@ -96,8 +96,9 @@ std::shared_ptr<const EvalNodeInfo> ExpressionEvaluator::node_info(const Map& no
     info->handler = handler;
   }
   if (info->type == "indexed_name") info->shape = make_indexed_name_shape(node);
-  node.annotate(info);
-  return info;
+  const EvalNodeInfo* result = info.get();
+  node.annotate(std::move(info));
+  return result;
 }
 
 EvalResult ExpressionEvaluator::dispatch(const std::string& type, const Value& expr, const Env& env) {

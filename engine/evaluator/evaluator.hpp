@@ -48,6 +48,9 @@ struct IndexedNameShape {
   bool tuple_indexed = false;
   bool parameter = false;
   bool variable_array = false;  // declared as dvar_indexed and not over a tuple set
+  // Whether the declaration has a named-set dimension, the only kind where
+  // a parameter's string subscript can become a position.
+  bool may_remap = false;
 };
 
 class ExpressionEvaluator;
@@ -61,6 +64,11 @@ struct EvalNodeInfo final : NodeAnnotation {
     const auto& note = node.annotation();
     if (note == nullptr || note->kind != Kind::kEvaluator) return nullptr;
     return std::static_pointer_cast<const EvalNodeInfo>(note);
+  }
+  static const EvalNodeInfo* borrowed(const Map& node) {
+    const auto& note = node.annotation();
+    if (note == nullptr || note->kind != Kind::kEvaluator) return nullptr;
+    return static_cast<const EvalNodeInfo*>(note.get());
   }
   enum class Route : std::uint8_t { kHandler, kImplies, kConstraint, kFallback };
   std::string type;
@@ -123,7 +131,7 @@ class ExpressionEvaluator {
   // Deeper nesting than this is refused instead of exhausting the C++ stack.
   static constexpr int kMaxDepth = 2000;
 
-  std::shared_ptr<const EvalNodeInfo> node_info(const Map& node);
+  const EvalNodeInfo* node_info(const Map& node);
   std::shared_ptr<const IndexedNameShape> make_indexed_name_shape(const Map& node);
   std::optional<EvalResult> direct_variable_term(const IndexedNameShape& shape, const ValueVec& indices);
   EvalResult eval_aggregate(const Value& expr, const Env& env, bool take_max);

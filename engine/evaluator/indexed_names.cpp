@@ -1,5 +1,7 @@
 // Subscripted names: decision variables, parameter arrays (with set members
 // mapped to positions) and tuple-indexed entries.
+#include <array>
+#include <charconv>
 #include <string>
 
 #include "evaluator/evaluator.hpp"
@@ -95,6 +97,11 @@ std::shared_ptr<const IndexedNameShape> ExpressionEvaluator::make_indexed_name_s
       shape->tuple_indexed = set_decl != nullptr && is_tuple_set_type(type_of(*set_decl));
     }
     shape->parameter = !shape->tuple_indexed && type_of(*shape->decl).starts_with("parameter");
+    if (decl_dims != nullptr && decl_dims->is_sequence()) {
+      for (const Value& d : decl_dims->items()) {
+        shape->may_remap = shape->may_remap || (d.is_map() && type_of(*d.as_map()) == "named_set_dimension");
+      }
+    }
     shape->variable_array = !shape->tuple_indexed && type_of(*shape->decl) == "dvar_indexed";
   }
   return shape;
@@ -110,7 +117,14 @@ std::optional<EvalResult> ExpressionEvaluator::direct_variable_term(const Indexe
   vname += '_';
   for (std::size_t i = 0; i < indices.size(); ++i) {
     if (i > 0) vname += '_';
-    append_str(vname, normalize_integral(indices[i]));
+    const Value& idx = indices[i];
+    if (idx.is_int()) {
+      std::array<char, 24> digits{};
+      const auto res = std::to_chars(digits.data(), digits.data() + digits.size(), idx.as_int());
+      vname.append(digits.data(), res.ptr);
+    } else {
+      append_str(vname, normalize_integral(idx));
+    }
   }
   const std::int64_t* column = parent_.var_indices.find(vname);
   if (column == nullptr) return std::nullopt;
@@ -122,28 +136,31 @@ std::optional<EvalResult> ExpressionEvaluator::direct_variable_term(const Indexe
 
 EvalResult ExpressionEvaluator::_eval_indexed_name(const Value& expr, const Env& env) {
   const Map& node = *expr.as_map();
-  const auto info = EvalNodeInfo::of(node);
+  const EvalNodeInfo* info = EvalNodeInfo::borrowed(node);
   const IndexedNameShape* shape =
       info != nullptr && !parent_.log().on(LogLevel::kDebug) ? info->shape.get() : nullptr;
-  const Value& name_value = node.at("name");
   std::string name_text;
-  const std::string& name = name_value.is_str() ? name_value.as_str() : (name_text = py_str(name_value));
-  const ValueVec& dim_nodes = node.at("dimensions").items();
+  const std::string& name = shape != nullptr ? shape->name : [&]() -> const std::string& {
+    const Value& name_value = node.at("name");
+    return name_value.is_str() ? name_value.as_str() : (name_text = py_str(name_value));
+  }();
   ValueVec remapped;
-  remapped.reserve(dim_nodes.size());
   if (shape != nullptr) {
+    remapped.reserve(shape->dims.size());
     // Plain subscripts give what the index evaluator would, without it.
     for (const IndexedNameShape::Dim& dim : shape->dims) {
       remapped.push_back(dim.literal ? normalized_index(dim.value)
                                      : index_value_of_name(dim.value, env, *parent_.data_dict));
     }
   } else {
-    for (const Value& d : dim_nodes) remapped.push_back(_eval_index_expr(d, env).val);
+    for (const Value& d : node.at("dimensions").items()) remapped.push_back(_eval_index_expr(d, env).val);
   }
   const MapPtr decl = shape != nullptr ? shape->decl : parent_._find_decl(name);
   if (shape != nullptr) {
     if (shape->tuple_indexed) return _handle_tuple_indexed(expr, remapped);
-    if (shape->parameter) remap_set_members(*decl, data_entry(*parent_.data_dict, name), remapped);
+    if (shape->parameter && shape->may_remap) {
+      remap_set_members(*decl, data_entry(*parent_.data_dict, name), remapped);
+    }
     if (shape->variable_array) {
       if (auto term = direct_variable_term(*shape, remapped)) return std::move(*term);
     }

@@ -209,13 +209,20 @@ void Generator::iterate_iterators_dynamic(const ValueVec& iterators, const Env& 
     }
     const Map& it = *iterators[idx].as_map();
     const Value it_name = it.get("iterator");
-    for (const Value& v : domain_for_iterator(it, env)) {
+    const ValueVec domain = domain_for_iterator(it, env);
+    if (domain.empty()) return;
+    // Bound once and overwritten per value, then removed: the same Env at
+    // every step as binding and removing per value, unless the name was
+    // already bound, where the per-value order of keys is kept exactly.
+    const bool shadows = !(it_name.is_list() || it_name.is_map()) && env.contains(it_name);
+    for (const Value& v : domain) {
       env.set(it_name, v);
       acc.push_back(v);
       rec(idx + 1);
       acc.pop_back();
-      env.erase(it_name);
+      if (shadows) env.erase(it_name);
     }
+    if (!shadows) env.erase(it_name);
   };
   rec(0);
 }

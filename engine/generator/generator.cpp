@@ -53,6 +53,14 @@ void Generator::_add_code_line(std::string_view line) {
   scipy_code_lines.push_back(std::move(text));
 }
 
+void Generator::_add_code_line(std::string&& line) {
+  if (indent_level <= 0) {
+    scipy_code_lines.push_back(std::move(line));  // no indent: the line is kept as it is
+    return;
+  }
+  _add_code_line(std::string_view(line));
+}
+
 ExpressionEvaluator& Generator::evaluator() {
   if (expr_evaluator_ == nullptr) expr_evaluator_ = std::make_unique<ExpressionEvaluator>(*this);
   return *expr_evaluator_;
@@ -113,10 +121,17 @@ std::vector<MapPtr> Generator::_find_decls(std::string_view name, const std::str
 void Generator::record_column(const std::string& name, std::int64_t column) {
   if (!var_indices.insert_or_assign(name, column)) return;
   bracket_free_names_.add(name, var_indices.size() - 1);
+  // Consecutive columns of an array share their prefixes: compare with the
+  // previous name's before hashing.
   for (std::size_t cut = name.find('_'); cut != std::string::npos; cut = name.find('_', cut + 1)) {
-    if (!underscore_prefixes_.contains(std::string_view(name).substr(0, cut)))
-      underscore_prefixes_.emplace(name, 0, cut);
+    const std::string_view prefix = std::string_view(name).substr(0, cut);
+    if (cut < last_recorded_name_.size() && last_recorded_name_[cut] == '_' &&
+        std::string_view(last_recorded_name_).substr(0, cut) == prefix) {
+      continue;
+    }
+    if (!underscore_prefixes_.contains(prefix)) underscore_prefixes_.emplace(prefix);
   }
+  last_recorded_name_ = name;
 }
 
 std::int64_t Generator::add_column(const std::string& name) {

@@ -60,6 +60,9 @@ class Generator {
   // --- code buffer and driver (generator/) ---
   std::string _indent() const;
   void _add_code_line(std::string_view line);
+  void _add_code_line(std::string&& line);
+  void _add_code_line(const char* line) { _add_code_line(std::string_view(line)); }
+  void _add_code_line(const std::string& line) { _add_code_line(std::string_view(line)); }
   std::string generate_code();
   LinearProblem build_problem();
   // The phases of build_problem without the final snapshot, for callers
@@ -259,6 +262,7 @@ class Generator {
   // Every text that stands before an underscore in some variable name: a
   // variable can start with `name_` only if `name` is here.
   std::unordered_set<std::string, TextHash, std::equal_to<>> underscore_prefixes_;
+  std::string last_recorded_name_;
   // Declarations by name, in model order; built on first use.
   std::unordered_map<std::string, std::vector<MapPtr>, TextHash, std::equal_to<>> decls_by_name_;
   // Start index of a list parameter's dimension, by declaration and position.

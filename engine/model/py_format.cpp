@@ -244,7 +244,28 @@ bool py_str_isalnum(std::string_view utf8) {
   return true;
 }
 
+namespace {
+
+// Printable ASCII other than the backslash and the quotes stands for itself.
+bool plain_ascii(std::string_view text) {
+  for (const char c : text) {
+    const auto u = static_cast<unsigned char>(c);
+    if (u < 0x20 || u >= 0x7f || c == '\\' || c == '\'' || c == '"') return false;
+  }
+  return true;
+}
+
+}  // namespace
+
 std::string py_repr_str(std::string_view utf8) {
+  if (plain_ascii(utf8)) {
+    std::string out;
+    out.reserve(utf8.size() + 2);
+    out += '\'';
+    out += utf8;
+    out += '\'';
+    return out;
+  }
   const char quote = choose_quote(utf8);
   std::string out(1, quote);
   out.reserve(utf8.size() + 2);

@@ -1,6 +1,7 @@
 // The variables phase: declarations become columns with bounds and
 // integrality, in declaration order; within an array, the product order of
 // its dimensions is the column order.
+#include <cctype>
 #include <regex>
 #include <string>
 
@@ -37,16 +38,32 @@ bool is_one_of(const std::string& type, std::initializer_list<std::string_view> 
 
 std::string type_of(const Map& node) { return py_str(node.get("type")); }
 
-// "x_1" reads as x['1'] to a person skimming the script.
-bool alias_for(const std::string& name, std::string& base, std::string& idx) {
-  if (name.find('_') == std::string::npos || name.find('[') != std::string::npos) return false;
+// "x_1" reads as x['1'] to a person skimming the script: a name with an
+// underscore and no "[", whose part after the first underscore is
+// alphanumeric once its underscores are removed.
+bool alias_for(std::string_view name, std::string_view& base, std::string_view& idx) {
   const std::size_t cut = name.find('_');
+  if (cut == std::string_view::npos || name.find('[') != std::string_view::npos) return false;
   base = name.substr(0, cut);
   idx = name.substr(cut + 1);
   if (base.empty() || idx.empty()) return false;
+  bool ascii_only = true;
+  bool any = false;
+  for (const char c : idx) {
+    if (c == '_') continue;
+    any = true;
+    const auto u = static_cast<unsigned char>(c);
+    if (u >= 0x80) {
+      ascii_only = false;
+    } else if (std::isalnum(u) == 0) {
+      return false;
+    }
+  }
+  if (!any) return false;
+  if (ascii_only) return true;
   std::string plain;
-  for (const char ch : idx) {
-    if (ch != '_') plain.push_back(ch);
+  for (const char c : idx) {
+    if (c != '_') plain.push_back(c);
   }
   return py_str_isalnum(plain);
 }
@@ -93,8 +110,8 @@ void Generator::_build_variables() {
   bounds = std::move(new_bounds);
   integrality = std::move(new_integrality);
   _add_code_line("var_names = " + names_text(var_names));
-  std::string base;
-  std::string idx;
+  std::string_view base;
+  std::string_view idx;
   for (const std::string& name : var_names) {
     if (!alias_for(name, base, idx)) continue;
     std::string alias = "# Alias: ";
