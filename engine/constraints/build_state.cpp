@@ -43,7 +43,7 @@ const std::vector<std::pair<std::int64_t, double>>& RowAccumulator::sorted_entri
 }
 
 void RowSystem::append(const std::vector<std::pair<std::int64_t, double>>& entries, double rhs_value) {
-  thread_local std::vector<std::pair<std::int64_t, double>> kept;
+  std::vector<std::pair<std::int64_t, double>>& kept = scratch_;
   kept.clear();
   for (const auto& entry : entries) {
     if (std::fabs(entry.second) > kZeroTolerance) kept.push_back(entry);

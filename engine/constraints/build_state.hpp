@@ -71,6 +71,9 @@ struct RowSystem {
   // Stores a row: entries above 1e-12 in magnitude, in the order given
   // (ascending columns), then the right-hand side.
   void append(const std::vector<std::pair<std::int64_t, double>>& entries, double rhs_value);
+
+ private:
+  std::vector<std::pair<std::int64_t, double>> scratch_;
 };
 
 }  // namespace kolva

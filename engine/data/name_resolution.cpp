@@ -224,7 +224,7 @@ bool Generator::domain_check_fails(const std::string& name, const ValueVec& norm
 LookupResult Generator::_resolve_parameter(const std::string& name, const ValueVec* indices, const Env& env,
                                            bool default_zero_if_missing) {
   // The mapped form of a parameter, when the data has one, is preferred.
-  thread_local std::string mapped_key;
+  std::string& mapped_key = key_buffer_;
   mapped_key.assign(name);
   mapped_key += "__map";
   const Value* mapped = data_dict->find(std::string_view(mapped_key));

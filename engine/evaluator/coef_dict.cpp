@@ -2,15 +2,28 @@
 
 namespace kolva {
 
+CoefDict::CoefDict(const CoefDict& other) : items_(other.items_) {
+  if (other.index_ != nullptr)
+    index_ = std::make_unique<std::unordered_map<std::string, std::size_t>>(*other.index_);
+}
+
+CoefDict& CoefDict::operator=(const CoefDict& other) {
+  if (this != &other) {
+    CoefDict copy(other);
+    *this = std::move(copy);
+  }
+  return *this;
+}
+
 std::ptrdiff_t CoefDict::position_of(const std::string& name) const {
-  if (index_.empty()) {
+  if (index_ == nullptr) {
     for (std::size_t i = 0; i < items_.size(); ++i) {
       if (items_[i].first == name) return static_cast<std::ptrdiff_t>(i);
     }
     return -1;
   }
-  const auto it = index_.find(name);
-  return it == index_.end() ? -1 : static_cast<std::ptrdiff_t>(it->second);
+  const auto it = index_->find(name);
+  return it == index_->end() ? -1 : static_cast<std::ptrdiff_t>(it->second);
 }
 
 const double* CoefDict::find(const std::string& name) const {
@@ -28,10 +41,11 @@ void CoefDict::set_column(const std::string& name, double value, std::int64_t co
     return;
   }
   items_.push_back(Item{name, value, column});
-  if (!index_.empty()) {
-    index_.emplace(name, items_.size() - 1);
+  if (index_ != nullptr) {
+    index_->emplace(name, items_.size() - 1);
   } else if (items_.size() > kLinearLimit) {
-    for (std::size_t i = 0; i < items_.size(); ++i) index_.emplace(items_[i].first, i);
+    index_ = std::make_unique<std::unordered_map<std::string, std::size_t>>();
+    for (std::size_t i = 0; i < items_.size(); ++i) index_->emplace(items_[i].first, i);
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -38,12 +39,21 @@ class CoefDict {
   // Every coefficient multiplied by `factor`.
   CoefDict scaled(double factor) const;
 
+  CoefDict() = default;
+  CoefDict(const CoefDict& other);
+  CoefDict& operator=(const CoefDict& other);
+  CoefDict(CoefDict&&) noexcept = default;
+  CoefDict& operator=(CoefDict&&) noexcept = default;
+  ~CoefDict() = default;
+
  private:
   static constexpr std::size_t kLinearLimit = 8;
   std::ptrdiff_t position_of(const std::string& name) const;
 
   std::vector<Item> items_;
-  std::unordered_map<std::string, std::size_t> index_;  // used past kLinearLimit
+  // Built only past kLinearLimit entries; most maps hold one or two terms and
+  // stay cheap to move and destroy.
+  std::unique_ptr<std::unordered_map<std::string, std::size_t>> index_;
 };
 
 }  // namespace kolva

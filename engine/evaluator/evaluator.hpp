@@ -146,6 +146,7 @@ class ExpressionEvaluator {
   Generator& parent_;
   int depth_ = 0;
   int field_access_depth_ = 0;
+  std::string name_buffer_;  // reused when forming variable names
 };
 
 // True for a Boolean literal or a binop typed Boolean: the operands of `!=`

@@ -112,7 +112,7 @@ std::shared_ptr<const IndexedNameShape> ExpressionEvaluator::make_indexed_name_s
 // would not, and the full lookup then decides.
 std::optional<EvalResult> ExpressionEvaluator::direct_variable_term(const IndexedNameShape& shape,
                                                                     const ValueVec& indices) {
-  thread_local std::string vname;
+  std::string& vname = name_buffer_;
   vname.assign(shape.name);
   vname += '_';
   for (std::size_t i = 0; i < indices.size(); ++i) {

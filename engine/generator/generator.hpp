@@ -263,6 +263,7 @@ class Generator {
   // variable can start with `name_` only if `name` is here.
   std::unordered_set<std::string, TextHash, std::equal_to<>> underscore_prefixes_;
   std::string last_recorded_name_;
+  std::string key_buffer_;  // reused for the "<name>__map" probe
   // Declarations by name, in model order; built on first use.
   std::unordered_map<std::string, std::vector<MapPtr>, TextHash, std::equal_to<>> decls_by_name_;
   // Start index of a list parameter's dimension, by declaration and position.
