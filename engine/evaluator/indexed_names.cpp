@@ -126,8 +126,12 @@ std::optional<EvalResult> ExpressionEvaluator::direct_variable_term(const Indexe
       append_str(vname, normalize_integral(idx));
     }
   }
-  const std::int64_t* column = parent_.var_indices.find(vname);
-  if (column == nullptr) return std::nullopt;
+  std::optional<std::int64_t> column = parent_.array_column(*shape.decl, indices, vname);
+  if (!column) {
+    const std::int64_t* found = parent_.var_indices.find(vname);
+    if (found == nullptr) return std::nullopt;
+    column = *found;
+  }
   EvalResult out;
   out.coef.set_column(vname, 1.0, *column);
   out.val = Value::real(0.0);

@@ -119,7 +119,10 @@ std::vector<MapPtr> Generator::_find_decls(std::string_view name, const std::str
 }
 
 void Generator::record_column(const std::string& name, std::int64_t column) {
-  if (!var_indices.insert_or_assign(name, column)) return;
+  if (!var_indices.insert_or_assign(name, column)) {
+    names_reassigned_ = true;
+    return;
+  }
   bracket_free_names_.add(name, var_indices.size() - 1);
   // Consecutive columns of an array share their prefixes: compare with the
   // previous name's before hashing.
@@ -132,6 +135,25 @@ void Generator::record_column(const std::string& name, std::int64_t column) {
     if (!underscore_prefixes_.contains(prefix)) underscore_prefixes_.emplace(prefix);
   }
   last_recorded_name_ = name;
+}
+
+std::optional<std::int64_t> Generator::array_column(const Map& decl, const ValueVec& indices,
+                                                    std::string_view name) const {
+  if (names_reassigned_) return std::nullopt;
+  const auto it = array_layouts_.find(&decl);
+  if (it == array_layouts_.end() || it->second.sizes.size() != indices.size()) return std::nullopt;
+  const ArrayLayout& layout = it->second;
+  std::int64_t offset = 0;
+  for (std::size_t k = 0; k < indices.size(); ++k) {
+    if (!indices[k].is_int()) return std::nullopt;
+    const std::int64_t pos = indices[k].as_int() - layout.starts[k];
+    if (pos < 0 || pos >= layout.sizes[k]) return std::nullopt;
+    offset = offset * layout.sizes[k] + pos;
+  }
+  const std::int64_t column = layout.first_column + offset;
+  if (column < 0 || static_cast<std::size_t>(column) >= var_names.size() || var_names[column] != name)
+    return std::nullopt;
+  return column;
 }
 
 std::int64_t Generator::add_column(const std::string& name) {

@@ -184,6 +184,19 @@ class Generator {
   std::pair<Value, Value> _infer_var_bounds(const std::string& vname);
   void _tighten_bounds_from_constraints(std::vector<BoundPair>& bounds, const Value& constraints);
 
+  // Where the columns of an array over integer ranges lie: its first column
+  // and each dimension's start and size, in product order.
+  struct ArrayLayout {
+    std::int64_t first_column = 0;
+    std::vector<std::int64_t> starts;
+    std::vector<std::int64_t> sizes;
+  };
+  // The column an array's subscripts point at, when the array's columns
+  // are known to lie in product order and the column still carries `name`;
+  // none otherwise (the caller then looks the name up).
+  std::optional<std::int64_t> array_column(const Map& decl, const ValueVec& indices,
+                                           std::string_view name) const;
+
   // --- attributes (the contract between phases) ---
   MapPtr ast;
   MapPtr data_dict;
@@ -264,6 +277,10 @@ class Generator {
   std::unordered_set<std::string, TextHash, std::equal_to<>> underscore_prefixes_;
   std::string last_recorded_name_;
   std::string key_buffer_;  // reused for the "<name>__map" probe
+  std::unordered_map<const Map*, ArrayLayout> array_layouts_;
+  // Set once any name is recorded for a second column: layouts are then not
+  // trusted, since the name may point to a later column.
+  bool names_reassigned_ = false;
   // Declarations by name, in model order; built on first use.
   std::unordered_map<std::string, std::vector<MapPtr>, TextHash, std::equal_to<>> decls_by_name_;
   // Start index of a list parameter's dimension, by declaration and position.

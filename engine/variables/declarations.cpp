@@ -201,6 +201,7 @@ void Generator::handle_indexed_variable_declaration(const Map& decl, std::vector
   log_.debug([&] { return "[SciPyCSCCodeGenerator] Fallback for " + name + ", dims=" + py_str(dims); });
   std::vector<ValueVec> elements_list;
   std::vector<std::string> dim_strs;
+  bool all_integer_ranges = true;  // every dimension a range of consecutive ints
   const auto add_range = [&](const Map& range, const char* label) {
     const Value start = _eval_bound(range.at("start"));
     const Value end = _eval_bound(range.at("end"));
@@ -213,7 +214,10 @@ void Generator::handle_indexed_variable_declaration(const Map& decl, std::vector
                        _emit_symbolic_expr(range.at("end")) + " + 1)");
   };
   for (const Value& dim_value : dim_list) {
-    if (!dim_value.is_map()) continue;
+    if (!dim_value.is_map()) {
+      all_integer_ranges = false;
+      continue;
+    }
     const Map& dim = *dim_value.as_map();
     const std::string dim_type = type_of(dim);
     if (dim_type == "range_index") {
@@ -224,6 +228,7 @@ void Generator::handle_indexed_variable_declaration(const Map& decl, std::vector
       if (range == nullptr) throw _not_found_error("range", range_name);
       add_range(*range, "Named range for ");
     } else if (dim_type == "named_set_dimension") {
+      all_integer_ranges = false;
       const std::string set_name = py_str(dim.at("name"));
       const MapPtr set_decl = _find_decl(set_name);
       ValueVec members;
@@ -244,6 +249,15 @@ void Generator::handle_indexed_variable_declaration(const Map& decl, std::vector
     dims_text += dim_strs[i];
   }
   _add_code_line("# OPL: dvar " + py_str(var_type) + " " + name + "[" + dims_text + "]");
+  if (all_integer_ranges && !elements_list.empty()) {
+    ArrayLayout layout;
+    layout.first_column = static_cast<std::int64_t>(names.size());
+    for (const ValueVec& members : elements_list) {
+      layout.starts.push_back(members.empty() ? 0 : members.front().as_int());
+      layout.sizes.push_back(static_cast<std::int64_t>(members.size()));
+    }
+    array_layouts_.insert_or_assign(&decl, std::move(layout));
+  }
   for (const ValueVec& members : elements_list) {
     if (members.empty()) return;
   }
