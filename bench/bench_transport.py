@@ -15,6 +15,7 @@ from __future__ import annotations
 
 import argparse
 import json
+import os
 import random
 import resource
 import subprocess
@@ -121,8 +122,11 @@ def measure(side: int, phase: str) -> dict:
 
 
 def run_child(side: int, phase: str) -> dict:
+    # Generation uses no BLAS; NumPy's BLAS threads would only spin on the
+    # second core and disturb the timing.
+    env = dict(os.environ, OPENBLAS_NUM_THREADS="1", OMP_NUM_THREADS="1")
     out = subprocess.run(
-        [sys.executable, __file__, "--child", str(side), phase], capture_output=True, text=True, check=True
+        [sys.executable, __file__, "--child", str(side), phase], capture_output=True, text=True, check=True, env=env
     )
     return json.loads(out.stdout)
 

@@ -297,10 +297,9 @@ void bind_generator(nb::module_& m) {
   cls.def_prop_ro("var_names", [](PyGenerator& g) { return string_list(g.gen->var_names); });
   cls.def_prop_ro("var_indices", [](PyGenerator& g) {
     nb::dict d;
-    const NameTable& table = g.gen->var_indices;
-    for (std::size_t i = 0; i < table.size(); ++i) {
-      d[nb::str(table.keys()[i].c_str(), table.keys()[i].size())] = table.value_at(i);
-    }
+    g.gen->var_indices.for_each([&d](const std::string& name, std::int64_t column) {
+      d[nb::str(name.c_str(), name.size())] = column;
+    });
     return d;
   });
   cls.def_prop_ro("bounds", [](PyGenerator& g) {
@@ -732,7 +731,8 @@ void bind_generator(nb::module_& m) {
         const Value coefs = ToValue()(coef_dict);
         for (const Map::Item& item : coefs.as_map()->items()) {
           if (!item.first.is_str()) continue;
-          if (const std::int64_t* it = gen.var_indices.find(item.first.as_str()); it != nullptr) {
+          if (const std::optional<std::int64_t> it = gen.var_indices.find(item.first.as_str());
+              it.has_value()) {
             row[static_cast<std::size_t>(*it)] += py_float(item.second);
           }
         }
@@ -779,7 +779,8 @@ void bind_generator(nb::module_& m) {
         const Value coefs_value = ToValue()(coef_by_var);
         for (const Map::Item& item : coefs_value.as_map()->items()) {
           if (!item.first.is_str()) continue;
-          if (const std::int64_t* it = gen.var_indices.find(item.first.as_str()); it != nullptr) {
+          if (const std::optional<std::int64_t> it = gen.var_indices.find(item.first.as_str());
+              it.has_value()) {
             row[static_cast<std::size_t>(*it)] += py_float(item.second);
           }
         }

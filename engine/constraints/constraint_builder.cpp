@@ -48,21 +48,6 @@ RowSystem rows_from_triplets(const std::vector<std::int64_t>& rows, const std::v
   return out;
 }
 
-// The bounds line as this stage writes it: pairs in round brackets.
-std::string tuple_bounds_text(const std::vector<BoundPair>& bounds) {
-  std::string out = "[";
-  for (std::size_t i = 0; i < bounds.size(); ++i) {
-    if (i > 0) out += ", ";
-    out += '(';
-    append_str(out, bounds[i].lower);
-    out += ", ";
-    append_str(out, bounds[i].upper);
-    out += ')';
-  }
-  out += ']';
-  return out;
-}
-
 }  // namespace
 
 ConstraintBuilder::ConstraintBuilder(Generator& generator) : gen(generator) {
@@ -92,16 +77,23 @@ void Generator::_build_constraints() {
     }
   }
   publish_rows(std::move(builder.eq), std::move(builder.ub));
-  for (std::string& line : scipy_code_lines) {
-    if (line.starts_with("var_names = ")) {
-      line = "var_names = " + names_text(var_names);
-    } else if (line.starts_with("bounds = ")) {
-      line = "bounds = " + tuple_bounds_text(bounds);
-    } else if (line.starts_with("integrality = ")) {
-      line = "integrality = " + values_text(integrality.value_or(std::vector<Value>{}));
-    } else if (line.starts_with("c = ")) {
-      c.resize(var_names.size(), 0.0);
-      line = "c = " + floats_text(c);
+  // Constraints may have added columns: the metadata lines are rewritten,
+  // the first matching prefix deciding each line.
+  std::array<MetaRender, 4> renders;
+  for (std::size_t i = 0; i < scipy_code_lines.size(); ++i) {
+    const std::string& line = scipy_code_lines[i];
+    if (line.starts_with(metadata_prefix(MetaLine::kVarNames))) {
+      rewrite_metadata_line(i, MetaLine::kVarNames, false, renders[0]);
+    } else if (line.starts_with(metadata_prefix(MetaLine::kBounds))) {
+      rewrite_metadata_line(i, MetaLine::kBounds, true, renders[1]);
+    } else if (line.starts_with(metadata_prefix(MetaLine::kIntegrality))) {
+      rewrite_metadata_line(i, MetaLine::kIntegrality, false, renders[2]);
+    } else if (line.starts_with(metadata_prefix(MetaLine::kC))) {
+      if (c.size() != var_names.size()) {
+        c.resize(var_names.size(), 0.0);
+        renders[3] = {};
+      }
+      rewrite_metadata_line(i, MetaLine::kC, false, renders[3]);
     }
   }
 }

@@ -105,7 +105,7 @@ LookupResult Generator::lookup_parameter(const std::string& name, const ValueVec
 
 std::optional<LookupResult> Generator::_resolve_variable(const std::string& name, const ValueVec* indices) {
   if (indices == nullptr) {
-    if (const std::int64_t* column = var_indices.find(name)) {
+    if (const std::optional<std::int64_t> column = var_indices.find(name)) {
       log_.debug([&] { return "[resolve_variable] Found scalar variable: " + name; });
       return LookupResult::variable(name, *column);
     }
@@ -129,12 +129,13 @@ std::optional<LookupResult> Generator::_resolve_variable(const std::string& name
     return "[resolve_variable] Trying indexed variable: " + vname + " (indices=" + repr_list(norm_indices) +
            ")";
   });
-  if (const std::int64_t* column = var_indices.find(vname)) {
+  if (const std::optional<std::int64_t> column = var_indices.find(vname)) {
     log_.debug([&] { return "[resolve_variable] Found indexed variable: " + vname; });
     return LookupResult::variable(std::move(vname), *column);
   }
   // Names formed from tuples, such as x_(1, 2), whatever the bracket spelling.
-  if (const std::string* match = bracket_free_names_.first_match(name + "_", vname, var_indices)) {
+  if (const std::optional<std::string> match =
+          bracket_free_names_.first_match(name + "_", vname, var_indices)) {
     log_.debug([&] { return "[resolve_variable] Found symbolic indexed variable: " + *match; });
     return LookupResult::variable(*match, *var_indices.find(*match));
   }

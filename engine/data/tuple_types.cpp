@@ -72,8 +72,8 @@ std::int64_t Generator::_resolve_tuple_index_varname(const std::string& vname) {
     while (key.ends_with(']')) key.pop_back();
     if (key.starts_with('(') && key.ends_with(')')) {
       if (const auto parsed = parse_index_literal(key)) {
-        const std::int64_t* found = var_indices.find(base + "[" + py_repr(*parsed) + "]");
-        if (found != nullptr) return *found;
+        const std::optional<std::int64_t> found = var_indices.find(base + "[" + py_repr(*parsed) + "]");
+        if (found) return *found;
       }
     }
   }

@@ -22,9 +22,9 @@ void VarNameIndex::add(const std::string& name, std::size_t position) {
   if (has_brackets(name)) groups_[without_brackets(name)].push_back({position, name});
 }
 
-const std::string* VarNameIndex::first_match(std::string_view prefix, std::string_view probe,
-                                             const NameTable& names) const {
-  const std::string key = without_brackets(probe);
+std::optional<std::string> VarNameIndex::first_match(std::string_view prefix, std::string_view probe,
+                                                     const NameTable& names) const {
+  std::string key = without_brackets(probe);
   const std::string* best = nullptr;
   std::size_t best_position = 0;
   if (const auto it = groups_.find(key); it != groups_.end()) {
@@ -36,13 +36,15 @@ const std::string* VarNameIndex::first_match(std::string_view prefix, std::strin
       }
     }
   }
+  // A name without brackets matches only if it is the bracket-free text itself.
   if (key.starts_with(prefix)) {
     if (const auto position = names.position(key);
         position && (best == nullptr || *position < best_position)) {
-      best = &names.keys()[*position];
+      return key;
     }
   }
-  return best;
+  if (best != nullptr) return *best;
+  return std::nullopt;
 }
 
 }  // namespace kolva

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -22,8 +23,8 @@ class VarNameIndex {
 
   // Records the name at `position` in the table's insertion order.
   void add(const std::string& name, std::size_t position);
-  const std::string* first_match(std::string_view prefix, std::string_view probe,
-                                 const NameTable& names) const;
+  std::optional<std::string> first_match(std::string_view prefix, std::string_view probe,
+                                         const NameTable& names) const;
 
  private:
   struct Entry {

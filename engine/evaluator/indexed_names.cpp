@@ -128,8 +128,8 @@ std::optional<EvalResult> ExpressionEvaluator::direct_variable_term(const Indexe
   }
   std::optional<std::int64_t> column = parent_.array_column(*shape.decl, indices, vname);
   if (!column) {
-    const std::int64_t* found = parent_.var_indices.find(vname);
-    if (found == nullptr) return std::nullopt;
+    const std::optional<std::int64_t> found = parent_.var_indices.find(vname);
+    if (!found) return std::nullopt;
     column = *found;
   }
   EvalResult out;

@@ -24,8 +24,8 @@ bool numeric(const Value& v, double& out) {
 void Generator::_update_vector_from_coef_dict(const CoefDict& coef_dict, std::vector<double>& vector,
                                               std::string_view op) {
   for (const CoefDict::Item& item : coef_dict.items()) {
-    const std::int64_t* it = var_indices.find(item.first);
-    if (it == nullptr || *it < 0 || static_cast<std::size_t>(*it) >= vector.size()) continue;
+    const std::optional<std::int64_t> it = var_indices.find(item.first);
+    if (!it || *it < 0 || static_cast<std::size_t>(*it) >= vector.size()) continue;
     double& entry = vector[static_cast<std::size_t>(*it)];
     if (op == "+") {
       entry += item.second;
@@ -54,7 +54,7 @@ void Generator::_build_objective() {
     for (double& v : vec) v = -v;
   }
   c = std::move(vec);
-  _add_code_line("c = " + floats_text(c));
+  add_metadata_line(MetaLine::kC);
   _add_code_line("objective_offset = " + py_repr_float(py_float(obj_const_offset)));
 }
 

@@ -35,7 +35,7 @@ DefaultZeroScope::DefaultZeroScope(Generator& gen) : gen_(gen), saved_(gen.defau
 DefaultZeroScope::~DefaultZeroScope() { gen_.default_zero_override_ = saved_; }
 
 std::optional<std::int64_t> Generator::column_of_term(const std::string& name) {
-  if (const std::int64_t* it = var_indices.find(name); it != nullptr) return *it;
+  if (const std::optional<std::int64_t> it = var_indices.find(name); it.has_value()) return *it;
   try {
     return _resolve_tuple_index_varname(name);
   } catch (const Error& err) {
@@ -152,7 +152,7 @@ void Generator::_accumulate_binop_with_sum(const Value& expr, const Env& env, Ke
     const EvalResult r = _eval_expr(side, &env);
     refuse_marker(r);
     for (const CoefDict::Item& item : r.coef.items()) {
-      if (const std::int64_t* it = var_indices.find(item.first); it != nullptr) {
+      if (const std::optional<std::int64_t> it = var_indices.find(item.first); it.has_value()) {
         coefs.add_column(*it, sign * factor * item.second);
       }
     }

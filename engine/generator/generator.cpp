@@ -137,6 +137,22 @@ void Generator::record_column(const std::string& name, std::int64_t column) {
   last_recorded_name_ = name;
 }
 
+// The texts before an underscore in the names of an array recorded as a
+// block: its name, then its name with each leading run of subscripts.
+void Generator::record_block_prefixes(const std::string& base, const std::vector<ValueVec>& elements) {
+  underscore_prefixes_.emplace(base);
+  std::vector<std::string> level = {base};
+  for (std::size_t k = 0; k + 1 < elements.size(); ++k) {
+    std::vector<std::string> next;
+    next.reserve(level.size() * elements[k].size());
+    for (const std::string& prefix : level) {
+      for (const Value& member : elements[k]) next.push_back(prefix + "_" + std::to_string(member.as_int()));
+    }
+    for (const std::string& prefix : next) underscore_prefixes_.insert(prefix);
+    level = std::move(next);
+  }
+}
+
 std::optional<std::int64_t> Generator::array_column(const Map& decl, const ValueVec& indices,
                                                     std::string_view name) const {
   if (names_reassigned_) return std::nullopt;

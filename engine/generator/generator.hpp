@@ -137,6 +137,20 @@ class Generator {
                                                 const ValueVec& tuple_set_names, const Env* env,
                                                 const Value& index_constraint);
 
+  // --- the per-column metadata lines of the script (generator/) ---
+  enum class MetaLine : std::uint8_t { kVarNames = 0, kBounds = 1, kIntegrality = 2, kC = 3 };
+  struct MetaRender {
+    std::optional<std::uint64_t> hash;
+    std::optional<std::string> text;
+  };
+  static std::string_view metadata_prefix(MetaLine kind);
+  std::uint64_t metadata_hash(MetaLine kind) const;
+  std::string metadata_text(MetaLine kind, bool tuple_bounds) const;
+  void add_metadata_line(MetaLine kind);
+  // Sets line `index` to the current text of `kind`, printing the list only
+  // if it changed since the line was last written in that form.
+  void rewrite_metadata_line(std::size_t index, MetaLine kind, bool tuple_bounds, MetaRender& render);
+
   // --- constraint rows (constraints/) ---
   void _finalize_constraint_state(const ConstraintBuildState& state);
   void publish_rows(RowSystem eq, RowSystem ub);
@@ -235,6 +249,7 @@ class Generator {
   void emit_solve_section();
   double constant_objective_value();
   void record_column(const std::string& name, std::int64_t column);
+  void record_block_prefixes(const std::string& base, const std::vector<ValueVec>& elements);
   const std::vector<MapPtr>& declarations_named(std::string_view name);
   std::optional<LookupResult> resolve_variable_domain(const std::string& name, const ValueVec& indices,
                                                       const ValueVec& norm_indices, const std::string& vname);
@@ -278,6 +293,15 @@ class Generator {
   std::string last_recorded_name_;
   std::string key_buffer_;  // reused for the "<name>__map" probe
   std::unordered_map<const Map*, ArrayLayout> array_layouts_;
+  struct LineStamp {
+    std::size_t line = 0;
+    std::uint64_t hash = 0;
+    bool tuple_bounds = false;
+    bool valid = false;
+  };
+  std::array<LineStamp, 4> stamps_{};
+  LineStamp stashed_bounds_;
+  std::string stashed_bounds_text_;
   // Set once any name is recorded for a second column: layouts are then not
   // trusted, since the name may point to a later column.
   bool names_reassigned_ = false;

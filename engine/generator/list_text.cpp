@@ -30,6 +30,16 @@ std::string bounds_text(const std::vector<BoundPair>& bounds) {
   });
 }
 
+std::string tuple_bounds_text(const std::vector<BoundPair>& bounds) {
+  return list_text(bounds, [](std::string& out, const BoundPair& pair) {
+    out += '(';
+    append_str(out, pair.lower);
+    out += ", ";
+    append_str(out, pair.upper);
+    out += ')';
+  });
+}
+
 std::string names_text(const std::vector<std::string>& names) {
   return list_text(names, [](std::string& out, const std::string& n) { out += py_repr_str(n); });
 }

@@ -45,8 +45,8 @@ void Generator::_apply_top_level_binary_assignments() {
                             ? Value::str(_multi_indexed_var_name(left, Env(), nullptr))
                             : left.as_map()->at("value");
     if (!vname.is_str()) continue;
-    const std::int64_t* found = var_indices.find(vname.as_str());
-    if (found == nullptr) continue;
+    const std::optional<std::int64_t> found = var_indices.find(vname.as_str());
+    if (!found) continue;
     const std::int64_t idx = *found;
     const double target = py_float(value);
     // Kept rule: the new row is compared with the column of the name walked
@@ -77,30 +77,25 @@ void Generator::_reconcile_problem_metadata() {
 }
 
 void Generator::_refresh_problem_metadata_code_lines() {
-  if (!integrality)
+  if (!integrality) {
     raise(ErrorKind::kAttribute, "'SciPyCSCCodeGenerator' object has no attribute 'integrality'");
-  const std::string var_names_line = "var_names = " + names_text(var_names);
-  const std::string bounds_line = "bounds = " + bounds_text(bounds);
-  const std::string integrality_line = "integrality = " + values_text(*integrality);
-  const std::string c_line = "c = " + floats_text(c);
-  struct Target {
-    std::string_view prefix;
-    const std::string* replacement;
-    bool found;
-  };
-  std::array<Target, 4> targets = {
-      Target{"var_names = ", &var_names_line, false}, Target{"bounds = ", &bounds_line, false},
-      Target{"integrality = ", &integrality_line, false}, Target{"c = ", &c_line, false}};
-  for (std::string& line : scipy_code_lines) {
-    for (Target& target : targets) {
-      if (line.starts_with(target.prefix)) {
-        line = *target.replacement;
-        target.found = true;
-      }
+  }
+  // Every line that starts with a prefix is rewritten, and a missing one is
+  // appended; a line can match more than one prefix only in theory.
+  constexpr std::array<MetaLine, 4> kKinds = {MetaLine::kVarNames, MetaLine::kBounds, MetaLine::kIntegrality,
+                                              MetaLine::kC};
+  std::array<MetaRender, 4> renders;
+  std::array<bool, 4> found{};
+  for (std::size_t i = 0; i < scipy_code_lines.size(); ++i) {
+    for (const MetaLine kind : kKinds) {
+      const auto k = static_cast<std::size_t>(kind);
+      if (!scipy_code_lines[i].starts_with(metadata_prefix(kind))) continue;
+      rewrite_metadata_line(i, kind, false, renders[k]);
+      found[k] = true;
     }
   }
-  for (const Target& target : targets) {
-    if (!target.found) _add_code_line(*target.replacement);
+  for (const MetaLine kind : kKinds) {
+    if (!found[static_cast<std::size_t>(kind)]) add_metadata_line(kind);
   }
 }
 

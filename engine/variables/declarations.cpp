@@ -109,7 +109,7 @@ void Generator::_build_variables() {
   var_names = std::move(names);
   bounds = std::move(new_bounds);
   integrality = std::move(new_integrality);
-  _add_code_line("var_names = " + names_text(var_names));
+  add_metadata_line(MetaLine::kVarNames);
   std::string_view base;
   std::string_view idx;
   for (const std::string& name : var_names) {
@@ -121,8 +121,8 @@ void Generator::_build_variables() {
     alias += "']";
     _add_code_line(alias);
   }
-  _add_code_line("bounds = " + bounds_text(bounds));
-  _add_code_line("integrality = " + values_text(integrality.value()));
+  add_metadata_line(MetaLine::kBounds);
+  add_metadata_line(MetaLine::kIntegrality);
 }
 
 void Generator::handle_scalar_variable_declaration(const Map& decl, std::vector<std::string>& names,
@@ -156,9 +156,10 @@ void Generator::handle_indexed_variable_declaration(const Map& decl, std::vector
   const Value* lower_bound = decl.find("lower_bound");
   const Value* upper_bound = decl.find("upper_bound");
   const bool bounds_need_env = lower_bound != nullptr || upper_bound != nullptr;
-  const auto add = [&](const std::string& column_name, const Env& env) {
-    record_column(column_name, static_cast<std::int64_t>(names.size()));
-    names.push_back(column_name);
+  bool names_as_block = false;  // the array's names were recorded as one block
+  const auto add = [&](std::string column_name, const Env& env) {
+    if (!names_as_block) record_column(column_name, static_cast<std::int64_t>(names.size()));
+    names.push_back(std::move(column_name));
     BoundPair pair{defaults.lower, defaults.upper};
     // A bound key present with a null value clears the type's default.
     if (lower_bound != nullptr) pair.lower = eval_decl_bound(*lower_bound, env);
@@ -256,11 +257,24 @@ void Generator::handle_indexed_variable_declaration(const Map& decl, std::vector
       layout.starts.push_back(members.empty() ? 0 : members.front().as_int());
       layout.sizes.push_back(static_cast<std::int64_t>(members.size()));
     }
+    // Without bound expressions nothing is evaluated while the columns are
+    // made, so recording all the names at once is the same as one by one;
+    // it needs that no name starts with the array's name yet.
+    if (!bounds_need_env && !underscore_prefixes_.contains(name)) {
+      names_as_block = var_indices.insert_block(name, layout.starts, layout.sizes, layout.first_column);
+      if (names_as_block) record_block_prefixes(name, elements_list);
+    }
     array_layouts_.insert_or_assign(&decl, std::move(layout));
   }
   for (const ValueVec& members : elements_list) {
     if (members.empty()) return;
   }
+  std::size_t product = 1;
+  for (const ValueVec& members : elements_list) product *= members.size();
+  var_indices.reserve(product);
+  names.reserve(names.size() + product);
+  new_bounds.reserve(new_bounds.size() + product);
+  new_integrality.reserve(new_integrality.size() + product);
   std::vector<std::size_t> pos(elements_list.size(), 0);
   while (true) {
     std::string column_name = name;
@@ -273,7 +287,7 @@ void Generator::handle_indexed_variable_declaration(const Map& decl, std::vector
       if (bounds_need_env && i < iter_names.size()) env.set(iter_names[i], member);
     }
     log_.debug([&] { return "[SciPyCSCCodeGenerator] Adding range-indexed variable: " + column_name; });
-    add(column_name, env);
+    add(std::move(column_name), env);
     std::size_t k = elements_list.size();
     while (k > 0) {
       --k;
@@ -286,8 +300,8 @@ void Generator::handle_indexed_variable_declaration(const Map& decl, std::vector
 }
 
 std::pair<Value, Value> Generator::_infer_var_bounds(const std::string& vname) {
-  const std::int64_t* column = var_indices.find(vname);
-  if (column != nullptr && *column >= 0 && static_cast<std::size_t>(*column) < bounds.size()) {
+  const std::optional<std::int64_t> column = var_indices.find(vname);
+  if (column && *column >= 0 && static_cast<std::size_t>(*column) < bounds.size()) {
     const BoundPair& pair = bounds[static_cast<std::size_t>(*column)];
     return {pair.lower, pair.upper};
   }

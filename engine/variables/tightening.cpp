@@ -45,8 +45,8 @@ class Tightener {
 
   std::optional<std::int64_t> column_of(const Value& name) const {
     if (!name.is_str()) return std::nullopt;
-    const std::int64_t* it = gen_.var_indices.find(name.as_str());
-    return it == nullptr ? std::nullopt : std::optional<std::int64_t>(*it);
+    const std::optional<std::int64_t> it = gen_.var_indices.find(name.as_str());
+    return it;
   }
 
   void simple(const Map& constr, const Env& env) {

@@ -121,7 +121,7 @@ void post_group_rows(ConstraintBuilder& b, const ValueVec& group, std::int64_t f
       RowAccumulator& row = b.row();
       row.reset();
       for (const CoefDict::Item& item : coef.items()) {
-        if (const std::int64_t* it = gen.var_indices.find(item.first); it != nullptr) {
+        if (const std::optional<std::int64_t> it = gen.var_indices.find(item.first); it.has_value()) {
           row.add(*it, factor * item.second);
         }
       }

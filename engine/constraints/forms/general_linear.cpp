@@ -63,7 +63,8 @@ Claim general_linear_comparison(ConstraintBuilder& b, ConstraintCall& call) {
       std::optional<std::int64_t> idx;
       if (item.first.is_column) {
         idx = item.first.column;
-      } else if (const std::int64_t* it = gen.var_indices.find(item.first.name); it != nullptr) {
+      } else if (const std::optional<std::int64_t> it = gen.var_indices.find(item.first.name);
+                 it.has_value()) {
         idx = *it;
       }
       log.debug([&] {
