@@ -117,3 +117,12 @@ def test_bracket_spelling_finds_an_element():
     # The lookup that removes round brackets also sees the array's names.
     g = built(array("x", rng(1, 2), rng(1, 2)))
     assert g._lookup_var_or_param("x", ["(1", "2)"]) == (True, "x_1_2", False)
+
+
+def test_array_with_only_unknown_dimensions_has_one_column():
+    # Unknown dimension kinds are passed over; the product of no dimensions
+    # has one empty member, which names the column "x_".
+    g = built(array("x", {"type": "mystery_dimension"}))
+    assert g.var_names == ["x_"]
+    assert "# OPL: dvar float+ x[]" in g.scipy_code_lines
+    assert_like_a_dict(g)

@@ -66,7 +66,7 @@ void Generator::_build_constraints() {
   aux_created.emplace();
   {
     // Non-ground Boolean results are allowed only while constraints are built.
-    const SymbolicBoolScope allow(*this);
+    const ScopedFlag allow(allow_symbolic_bool, true);
     const Value& constraints = ast->at("constraints");
     for (const Value& entry : constraints.items()) {
       if (!entry.is_map()) {
@@ -127,11 +127,5 @@ void Generator::publish_rows(RowSystem eq, RowSystem ub) {
   A_ub = std::move(ub.rows);
   b_ub = std::move(ub.rhs);
 }
-
-SymbolicBoolScope::SymbolicBoolScope(Generator& gen) : gen_(gen), saved_(gen.allow_symbolic_bool) {
-  gen_.allow_symbolic_bool = true;
-}
-
-SymbolicBoolScope::~SymbolicBoolScope() { gen_.allow_symbolic_bool = saved_; }
 
 }  // namespace kolva

@@ -288,9 +288,11 @@ void Generator::_generate_data_declarations(const MapPtr& data) {
       if (param_name == name && item.second.is_sequence())
         check_shape(item.second, dimensions_of(*decl), name);
     }
-    const std::string literal = py_literal(item.second);
-    _add_code_line(is_python_identifier(name) ? name + " = " + literal
-                                              : "globals()[" + py_repr(item.first) + "] = " + literal);
+    // A name that is no identifier still gets a line that runs.
+    std::string data_line = is_python_identifier(name) ? name : "globals()[" + py_repr(item.first) + "]";
+    data_line += " = ";
+    data_line += py_literal(item.second);
+    _add_code_line(std::move(data_line));
     bool wants_index = false;
     for (const std::string& n : index_lines) wants_index = wants_index || n == name;
     if (!wants_index || !is_python_identifier(name)) continue;
@@ -298,7 +300,12 @@ void Generator::_generate_data_declarations(const MapPtr& data) {
     if (!members.is_sequence()) continue;
     bool simple = true;
     for (const Value& m : members.items()) simple = simple && (m.is_str() || m.is_int());
-    if (simple) _add_code_line(name + "_index = {v: i for i, v in enumerate(" + name + ")}");
+    if (!simple) continue;
+    std::string index_line = name;
+    index_line += "_index = {v: i for i, v in enumerate(";
+    index_line += name;
+    index_line += ")}";
+    _add_code_line(std::move(index_line));
   }
 }
 

@@ -137,7 +137,9 @@ std::optional<LookupResult> Generator::_resolve_variable(const std::string& name
   if (const std::optional<std::string> match =
           bracket_free_names_.first_match(name + "_", vname, var_indices)) {
     log_.debug([&] { return "[resolve_variable] Found symbolic indexed variable: " + *match; });
-    return LookupResult::variable(*match, *var_indices.find(*match));
+    if (const std::optional<std::int64_t> column = var_indices.find(*match)) {
+      return LookupResult::variable(*match, *column);
+    }
   }
   return resolve_variable_domain(name, *indices, norm_indices, vname);
 }
@@ -370,7 +372,10 @@ std::int64_t Generator::list_start_offset(const std::string& name, std::size_t p
   if (decl == nullptr) return 1;
   // A declaration's starts do not change within a build; read each once.
   std::vector<std::optional<std::int64_t>>& starts = list_starts_[decl.get()];
-  if (position < starts.size() && starts[position]) return *starts[position];
+  if (position < starts.size()) {
+    const std::optional<std::int64_t>& known = starts[position];
+    if (known) return *known;
+  }
   std::int64_t start = 1;
   try {
     const Value* dims = decl->find("dimensions");

@@ -70,7 +70,14 @@ ValueVec py_iterate(const Value& v) {
       const std::string& s = v.as_str();
       for (std::size_t i = 0; i < s.size();) {
         const auto lead = static_cast<unsigned char>(s[i]);
-        std::size_t len = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 1;
+        std::size_t len = 1;
+        if (lead >= 0xF0) {
+          len = 4;
+        } else if (lead >= 0xE0) {
+          len = 3;
+        } else if (lead >= 0xC0) {
+          len = 2;
+        }
         len = std::min(len, s.size() - i);
         chars.push_back(Value::str(s.substr(i, len)));
         i += len;

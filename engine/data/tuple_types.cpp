@@ -64,7 +64,7 @@ ValueVec Generator::_get_tuple_set_names(const ValueVec& iterators) {
   return names;
 }
 
-std::int64_t Generator::_resolve_tuple_index_varname(const std::string& vname) {
+std::int64_t Generator::_resolve_tuple_index_varname(const std::string& vname) const {
   const std::size_t open = vname.find('[');
   if (open != std::string::npos && !vname.starts_with('\'')) {
     const std::string base = vname.substr(0, open);

@@ -130,7 +130,7 @@ std::optional<EvalResult> ExpressionEvaluator::direct_variable_term(const Indexe
   if (!column) {
     const std::optional<std::int64_t> found = parent_.var_indices.find(vname);
     if (!found) return std::nullopt;
-    column = *found;
+    column = found;
   }
   EvalResult out;
   out.coef.set_column(vname, 1.0, *column);

@@ -2,33 +2,12 @@
 #include <string>
 
 #include "evaluator/evaluator.hpp"
+#include "expansion/product.hpp"
 #include "model/repr.hpp"
 #include "model/semantics.hpp"
 
 namespace kolva {
-namespace {
-
-// Calls `visit` for each combination of `ranges`, the last varying fastest.
-template <typename Visit>
-void for_each_product(const std::vector<ValueVec>& ranges, Visit&& visit) {
-  for (const ValueVec& r : ranges) {
-    if (r.empty()) return;
-  }
-  std::vector<std::size_t> pos(ranges.size(), 0);
-  while (true) {
-    visit(pos);
-    std::size_t k = ranges.size();
-    while (k > 0) {
-      --k;
-      if (++pos[k] < ranges[k].size()) break;
-      pos[k] = 0;
-      if (k == 0) return;
-    }
-    if (ranges.empty()) return;
-  }
-}
-
-}  // namespace
+namespace {}  // namespace
 
 bool ExpressionEvaluator::_sum_index_constraint_satisfied(const Value& expr, const Env& env2) {
   const Value index_constraint = expr.as_map()->get("index_constraint");

@@ -11,7 +11,11 @@
 namespace kolva {
 namespace {
 
-const std::string kRangeDecl = "range_declaration_inline";
+// The declaration kind a named range must have, as _find_decl takes it.
+const std::string& range_decl_type() {
+  static const std::string kType = "range_declaration_inline";
+  return kType;
+}
 
 std::string type_of(const Map& node) { return py_str(node.get("type")); }
 
@@ -79,7 +83,7 @@ std::pair<ValueVec, std::vector<ValueVec>> Generator::_unroll_iterators(const Va
           int_range(as_bound_int(_eval_bound(rng.at("start"))), as_bound_int(_eval_bound(rng.at("end")))));
     } else if (type == "named_range" || type == "named_set") {
       const std::string set_name = py_str(rng.at("name"));
-      if (const MapPtr range = _find_decl(set_name, &kRangeDecl)) {
+      if (const MapPtr range = _find_decl(set_name, &range_decl_type())) {
         loop_ranges.push_back(named_range_members(*range));
       } else {
         MapPtr found;
@@ -133,7 +137,7 @@ std::int64_t Generator::_eval_bound_dynamic(const Value& expr, const Env& env) {
     const Value v = hashable ? data_dict->get(n) : Value();
     if (v.is_number()) return py_int(v);
     if (n.is_str()) {
-      if (const MapPtr range = _find_decl(n.as_str(), &kRangeDecl))
+      if (const MapPtr range = _find_decl(n.as_str(), &range_decl_type()))
         return py_int(_eval_bound(range->at("end")));
     }
     throw _unsupported_type_error("name in index bound", py_str(n));
@@ -173,7 +177,7 @@ ValueVec Generator::domain_for_iterator(const Map& it, const Env& env) {
   }
   if (rt == "named_range") {
     // An unknown named range is an empty domain here, not an error.
-    const MapPtr range = _find_decl(py_str(rng.get("name")), &kRangeDecl);
+    const MapPtr range = _find_decl(py_str(rng.get("name")), &range_decl_type());
     return range == nullptr ? ValueVec{} : named_range_members(*range);
   }
   if (rt == "named_set" || rt == "named_set_dimension") {

@@ -22,7 +22,7 @@ bool numeric(const Value& v, double& out) {
 }  // namespace
 
 void Generator::_update_vector_from_coef_dict(const CoefDict& coef_dict, std::vector<double>& vector,
-                                              std::string_view op) {
+                                              std::string_view op) const {
   for (const CoefDict::Item& item : coef_dict.items()) {
     const std::optional<std::int64_t> it = var_indices.find(item.first);
     if (!it || *it < 0 || static_cast<std::size_t>(*it) >= vector.size()) continue;

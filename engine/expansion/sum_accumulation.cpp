@@ -28,14 +28,8 @@ bool numeric(const Value& v, double& out) {
 
 }  // namespace
 
-DefaultZeroScope::DefaultZeroScope(Generator& gen) : gen_(gen), saved_(gen.default_zero_override_) {
-  gen_.default_zero_override_ = true;
-}
-
-DefaultZeroScope::~DefaultZeroScope() { gen_.default_zero_override_ = saved_; }
-
-std::optional<std::int64_t> Generator::column_of_term(const std::string& name) {
-  if (const std::optional<std::int64_t> it = var_indices.find(name); it.has_value()) return *it;
+std::optional<std::int64_t> Generator::column_of_term(const std::string& name) const {
+  if (const std::optional<std::int64_t> it = var_indices.find(name); it.has_value()) return it;
   try {
     return _resolve_tuple_index_varname(name);
   } catch (const Error& err) {
@@ -91,7 +85,7 @@ std::pair<KeyedCoefs, double> Generator::_accumulate_sum_to_dict(const Value& ex
     constant += sign * inner_const;
   } else {
     // Everything else is evaluated with missing parameters read as zero.
-    const DefaultZeroScope zero_missing(*this);
+    const ScopedFlag zero_missing = zero_missing_parameters();
     add_evaluated(_eval_expr(expr, &env));
   }
   return {std::move(coefs), constant};

@@ -20,6 +20,7 @@
 #include "expansion/keyed_coefs.hpp"
 #include "generator/log.hpp"
 #include "generator/problem.hpp"
+#include "generator/scoped_flag.hpp"
 #include "model/error.hpp"
 #include "model/map.hpp"
 #include "model/value.hpp"
@@ -119,7 +120,7 @@ class Generator {
   // --- tuple types and sets (data/) ---
   void _handle_tuple_type_declaration(const Map& decl);
   ValueVec _get_tuple_set_names(const ValueVec& iterators);
-  std::int64_t _resolve_tuple_index_varname(const std::string& vname);
+  std::int64_t _resolve_tuple_index_varname(const std::string& vname) const;
   // The members of a tuple set, read once per build and reread only when
   // its data entry is replaced.
   const IndexedMembers& tuple_set_members(const std::string& set_name);
@@ -163,7 +164,7 @@ class Generator {
 
   // --- objective and sum accumulation (expansion/) ---
   void _update_vector_from_coef_dict(const CoefDict& coef_dict, std::vector<double>& vector,
-                                     std::string_view op);
+                                     std::string_view op) const;
   void _accumulate_objective(const Value& expr, std::vector<double>& vec);
   void _accumulate_objective_sum(const Value& expr, std::vector<double>& vec, double sign);
   void _accumulate_objective_binop(const Value& expr, std::vector<double>& vec);
@@ -174,7 +175,7 @@ class Generator {
                                   double& constant);
   // The column of a term's variable: its name, or its tuple subscript brought
   // to the registered spelling; none when it is not a column.
-  std::optional<std::int64_t> column_of_term(const std::string& name);
+  std::optional<std::int64_t> column_of_term(const std::string& name) const;
 
   // --- expression text (expansion/) ---
   std::string _emit_python_expr(const Value& expr, const Env& env);
@@ -279,9 +280,14 @@ class Generator {
 
   void add_to_offset(const Value& v, double factor);
 
-  friend class DefaultZeroScope;
   // While set, every lookup reads a missing parameter as zero.
   bool default_zero_override_ = false;
+
+ public:
+  // Reads missing parameters as zero until the returned scope ends.
+  [[nodiscard]] ScopedFlag zero_missing_parameters() { return {default_zero_override_, true}; }
+
+ private:
   Log log_;
   std::unique_ptr<ExpressionEvaluator> expr_evaluator_;
   std::unordered_map<std::string, IndexedMembers> tuple_set_cache_;
@@ -310,34 +316,6 @@ class Generator {
   // Start index of a list parameter's dimension, by declaration and position.
   std::unordered_map<const Map*, std::vector<std::optional<std::int64_t>>> list_starts_;
   bool decls_indexed_ = false;
-};
-
-// Allows non-ground Boolean results for the lifetime of the scope (the
-// constraint build), restoring the earlier setting on every exit path.
-class SymbolicBoolScope {
- public:
-  explicit SymbolicBoolScope(Generator& gen);
-  SymbolicBoolScope(const SymbolicBoolScope&) = delete;
-  SymbolicBoolScope& operator=(const SymbolicBoolScope&) = delete;
-  ~SymbolicBoolScope();
-
- private:
-  Generator& gen_;
-  bool saved_;
-};
-
-// Reads missing parameters as zero for the lifetime of the scope, on every
-// exit path, and restores the setting it found.
-class DefaultZeroScope {
- public:
-  explicit DefaultZeroScope(Generator& gen);
-  DefaultZeroScope(const DefaultZeroScope&) = delete;
-  DefaultZeroScope& operator=(const DefaultZeroScope&) = delete;
-  ~DefaultZeroScope();
-
- private:
-  Generator& gen_;
-  bool saved_;
 };
 
 }  // namespace kolva

@@ -46,7 +46,7 @@ std::uint64_t hash_value(const Value& v) {
 }  // namespace
 
 std::uint64_t Generator::metadata_hash(MetaLine kind) const {
-  std::uint64_t h = static_cast<std::uint64_t>(kind);
+  auto h = static_cast<std::uint64_t>(kind);
   switch (kind) {
     case MetaLine::kVarNames:
       for (const std::string& name : var_names) h = mix_in(h, std::hash<std::string>{}(name));

@@ -55,7 +55,7 @@ void Generator::_apply_top_level_binary_assignments() {
     bool present = false;
     const std::size_t walk = std::min({A_eq.rows(), b_eq.size(), var_names.size()});
     for (std::size_t p = 0; p < walk && !present; ++p) {
-      present = *var_indices.find(var_names[p]) == idx && std::fabs(b_eq[p] - target) < 1e-8;
+      present = var_indices.find(var_names[p]) == idx && std::fabs(b_eq[p] - target) < 1e-8;
     }
     if (present) continue;
     A_eq.append(var_names.size(), {{idx, 1.0}});

@@ -5,6 +5,7 @@
 #include <regex>
 #include <string>
 
+#include "expansion/product.hpp"
 #include "generator/generator.hpp"
 #include "generator/list_text.hpp"
 #include "model/py_format.hpp"
@@ -266,17 +267,13 @@ void Generator::handle_indexed_variable_declaration(const Map& decl, std::vector
     }
     array_layouts_.insert_or_assign(&decl, std::move(layout));
   }
-  for (const ValueVec& members : elements_list) {
-    if (members.empty()) return;
-  }
   std::size_t product = 1;
   for (const ValueVec& members : elements_list) product *= members.size();
-  var_indices.reserve(product);
+  if (!names_as_block) var_indices.reserve(product);
   names.reserve(names.size() + product);
   new_bounds.reserve(new_bounds.size() + product);
   new_integrality.reserve(new_integrality.size() + product);
-  std::vector<std::size_t> pos(elements_list.size(), 0);
-  while (true) {
+  for_each_product(elements_list, [&](const std::vector<std::size_t>& pos) {
     std::string column_name = name;
     Env env;
     for (std::size_t i = 0; i < elements_list.size(); ++i) {
@@ -286,17 +283,11 @@ void Generator::handle_indexed_variable_declaration(const Map& decl, std::vector
       // The Env only serves bound expressions; without them it stays empty.
       if (bounds_need_env && i < iter_names.size()) env.set(iter_names[i], member);
     }
+    // With no dimension left the product has one empty member: name + "_".
+    if (elements_list.empty()) column_name += '_';
     log_.debug([&] { return "[SciPyCSCCodeGenerator] Adding range-indexed variable: " + column_name; });
     add(std::move(column_name), env);
-    std::size_t k = elements_list.size();
-    while (k > 0) {
-      --k;
-      if (++pos[k] < elements_list[k].size()) break;
-      pos[k] = 0;
-      if (k == 0) return;
-    }
-    if (elements_list.empty()) return;
-  }
+  });
 }
 
 std::pair<Value, Value> Generator::_infer_var_bounds(const std::string& vname) {

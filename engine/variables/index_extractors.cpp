@@ -75,7 +75,7 @@ Value Generator::_extract_tuple_index(const Value& dim, const Env& env) {
 }
 
 Value Generator::_extract_normal_index(const Value& dim, const Env& env) {
-  const Value idx = _eval_expr(dim, &env).val;
+  Value idx = _eval_expr(dim, &env).val;
   if (idx.is_list() || idx.is_map()) return idx;
   if (const Value* bound = env.find(idx)) return *bound;
   if (const Value* entry = data_dict->find(idx)) return *entry;

@@ -179,7 +179,7 @@ void NameTable::for_each(
     const Block& block = blocks_[segment.index];
     for (std::size_t offset = 0; offset < block.count; ++offset) {
       const std::string name = block_name(block, static_cast<std::int64_t>(offset));
-      visit(name, *find(name));  // a newer column, if one was given, wins
+      if (const std::optional<std::int64_t> column = find(name)) visit(name, *column);  // a newer column wins
     }
   }
 }

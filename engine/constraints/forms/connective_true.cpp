@@ -85,15 +85,17 @@ std::vector<ValueVec> disjuncts(const Value& node_in) {
   return {{node}};
 }
 
-std::string new_or_flag(Generator& gen, std::size_t dj_idx) {
+// A new binary or_flag_<k> (with "_" appended while the name is taken);
+// returns its column.
+std::int64_t new_or_flag(Generator& gen, std::size_t dj_idx) {
   std::string name = "or_flag_" + std::to_string(dj_idx);
   while (gen.var_indices.contains(name)) name += '_';
-  gen.add_column(name);
+  const std::int64_t column = gen.add_column(name);
   gen.bounds.push_back({Value::integer(0), Value::integer(1)});
   if (!gen.integrality) gen.integrality.emplace();
   gen.integrality->push_back(Value::integer(1));
   if (gen.c.size() < gen.var_names.size()) gen.c.push_back(0.0);
-  return name;
+  return column;
 }
 
 void post_group_rows(ConstraintBuilder& b, const ValueVec& group, std::int64_t flag_col, const Env& env) {
@@ -151,8 +153,7 @@ Claim conjunction_or_disjunction_true(ConstraintBuilder& b, ConstraintCall& call
   std::vector<std::int64_t> flags;
   const std::vector<ValueVec> groups = disjuncts(left);
   for (std::size_t dj_idx = 0; dj_idx < groups.size(); ++dj_idx) {
-    const std::string flag = new_or_flag(b.gen, dj_idx);
-    const std::int64_t flag_col = *b.gen.var_indices.find(flag);
+    const std::int64_t flag_col = new_or_flag(b.gen, dj_idx);
     flags.push_back(flag_col);
     post_group_rows(b, groups[dj_idx], flag_col, call.env);
   }

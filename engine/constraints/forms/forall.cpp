@@ -5,6 +5,7 @@
 #include <string>
 
 #include "constraints/forms/forms.hpp"
+#include "expansion/product.hpp"
 #include "model/repr.hpp"
 #include "model/semantics.hpp"
 
@@ -26,11 +27,7 @@ Claim forall(ConstraintBuilder& b, ConstraintCall& call) {
     throw Generator::_unsupported_type_error("forall_constraint", "missing constraint(s)");
   }
   const auto [loop_vars, loop_ranges] = gen._unroll_iterators(iterators.items(), nullptr);
-  for (const ValueVec& r : loop_ranges) {
-    if (r.empty()) return Claim::kDone;
-  }
-  std::vector<std::size_t> pos(loop_ranges.size(), 0);
-  while (true) {
+  for_each_product(loop_ranges, [&](const std::vector<std::size_t>& pos) {
     Env env2 = call.env;
     for (std::size_t i = 0; i < loop_vars.size(); ++i) env2.set(loop_vars[i], loop_ranges[i][pos[i]]);
     bool keep = true;
@@ -41,21 +38,13 @@ Claim forall(ConstraintBuilder& b, ConstraintCall& call) {
         keep = true;  // a filter that cannot be evaluated keeps the combination
       }
     }
-    if (keep) {
-      for (const Value& body : bodies) {
-        if (!body.is_map()) raise(ErrorKind::kType, "a forall body must be a constraint dict");
-        b.handle_constraint(body.as_map(), env2);
-      }
+    if (!keep) return;
+    for (const Value& body : bodies) {
+      if (!body.is_map()) raise(ErrorKind::kType, "a forall body must be a constraint dict");
+      b.handle_constraint(body.as_map(), env2);
     }
-    std::size_t k = loop_ranges.size();
-    while (k > 0) {
-      --k;
-      if (++pos[k] < loop_ranges[k].size()) break;
-      pos[k] = 0;
-      if (k == 0) return Claim::kDone;
-    }
-    if (loop_ranges.empty()) return Claim::kDone;
-  }
+  });
+  return Claim::kDone;
 }
 
 }  // namespace kolva::forms

@@ -4,6 +4,7 @@
 // (>= stored negated, strict comparisons moved by BOOL_EPS). Any other
 // operator is logged and the constraint is dropped.
 #include <string>
+#include <utility>
 
 #include "constraints/forms/forms.hpp"
 #include "model/py_format.hpp"
@@ -30,7 +31,7 @@ std::string coefs_text(const KeyedCoefs& coefs) {
 std::string dense_text(const std::vector<std::pair<std::int64_t, double>>& entries, std::size_t width) {
   std::vector<double> dense(width, 0.0);
   for (const auto& [col, v] : entries) {
-    if (static_cast<std::size_t>(col) < width) dense[static_cast<std::size_t>(col)] = v;
+    if (std::cmp_less(col, width)) dense[static_cast<std::size_t>(col)] = v;
   }
   std::string out = "[";
   for (std::size_t i = 0; i < dense.size(); ++i) {
@@ -65,7 +66,7 @@ Claim general_linear_comparison(ConstraintBuilder& b, ConstraintCall& call) {
         idx = item.first.column;
       } else if (const std::optional<std::int64_t> it = gen.var_indices.find(item.first.name);
                  it.has_value()) {
-        idx = *it;
+        idx = it;
       }
       log.debug([&] {
         return std::string("[SciPyCSCCodeGenerator] ") + word +
