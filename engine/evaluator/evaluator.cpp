@@ -64,23 +64,24 @@ EvalResult ExpressionEvaluator::eval(const Value& expr, const Env* env) {
   const Env& scope = env != nullptr ? *env : kEmptyEnv;
   if (!expr.is_map()) throw Generator::_unsupported_type_error("expr", class_text(expr));
   // Borrowed from the node: nodes are not changed while they are evaluated.
-  const EvalNodeInfo* info = node_info(*expr.as_map());
-  switch (info->route) {
+  const EvalNodeInfo& info = node_info(*expr.as_map());
+  const Handler handler = info.handler;
+  switch (info.route) {
     case EvalNodeInfo::Route::kImplies:
       return eval(_rewrite_implies(expr), &scope);
     case EvalNodeInfo::Route::kConstraint:
       return EvalResult::constant(Value::real(0.0));
     case EvalNodeInfo::Route::kHandler:
-      return checked_result(info->type, (this->*info->handler)(expr, scope));
+      return checked_result(info.type, (this->*handler)(expr, scope));
     case EvalNodeInfo::Route::kFallback:
       break;
   }
-  return _handle_literal_fallback(info->type, expr, scope);
+  return _handle_literal_fallback(info.type, expr, scope);
 }
 
 // The dispatch of a node, worked out on its first evaluation and kept on it.
-const EvalNodeInfo* ExpressionEvaluator::node_info(const Map& node) {
-  if (const EvalNodeInfo* known = EvalNodeInfo::borrowed(node)) return known;
+const EvalNodeInfo& ExpressionEvaluator::node_info(const Map& node) {
+  if (const EvalNodeInfo* known = EvalNodeInfo::borrowed(node)) return *known;
   const Value* type = node.find("type");
   if (type == nullptr || !type->is_str()) {
     throw Generator::_unsupported_type_error("expr", "missing or non-string 'type'");
@@ -96,7 +97,7 @@ const EvalNodeInfo* ExpressionEvaluator::node_info(const Map& node) {
     info->handler = handler;
   }
   if (info->type == "indexed_name") info->shape = make_indexed_name_shape(node);
-  const EvalNodeInfo* result = info.get();
+  const EvalNodeInfo& result = *info;
   node.annotate(std::move(info));
   return result;
 }

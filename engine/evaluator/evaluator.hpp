@@ -131,7 +131,7 @@ class ExpressionEvaluator {
   // Deeper nesting than this is refused instead of exhausting the C++ stack.
   static constexpr int kMaxDepth = 2000;
 
-  const EvalNodeInfo* node_info(const Map& node);
+  const EvalNodeInfo& node_info(const Map& node);
   std::shared_ptr<const IndexedNameShape> make_indexed_name_shape(const Map& node);
   std::optional<EvalResult> direct_variable_term(const IndexedNameShape& shape, const ValueVec& indices);
   EvalResult eval_aggregate(const Value& expr, const Env& env, bool take_max);
