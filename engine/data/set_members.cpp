@@ -67,21 +67,7 @@ ValueVec py_iterate(const Value& v) {
     }
     case Value::Kind::kStr: {
       ValueVec chars;
-      const std::string& s = v.as_str();
-      for (std::size_t i = 0; i < s.size();) {
-        const auto lead = static_cast<unsigned char>(s[i]);
-        std::size_t len = 1;
-        if (lead >= 0xF0) {
-          len = 4;
-        } else if (lead >= 0xE0) {
-          len = 3;
-        } else if (lead >= 0xC0) {
-          len = 2;
-        }
-        len = std::min(len, s.size() - i);
-        chars.push_back(Value::str(s.substr(i, len)));
-        i += len;
-      }
+      for (std::string& c : utf8_characters(v.as_str())) chars.push_back(Value::str(std::move(c)));
       return chars;
     }
     default:

@@ -353,9 +353,8 @@ Value py_neg(const Value& a) {
 }  // namespace kolva
 
 namespace kolva {
-namespace {
 
-std::vector<std::string> code_points(const std::string& s) {
+std::vector<std::string> utf8_characters(const std::string& s) {
   std::vector<std::string> out;
   for (std::size_t i = 0; i < s.size();) {
     const auto lead = static_cast<unsigned char>(s[i]);
@@ -373,6 +372,8 @@ std::vector<std::string> code_points(const std::string& s) {
   }
   return out;
 }
+
+namespace {
 
 std::size_t checked_position(const Value& key, std::size_t size, const char* what) {
   if (!key.is_int_like()) {
@@ -396,7 +397,7 @@ Value py_getitem(const Value& container, const Value& key) {
     case Value::Kind::kTuple:
       return container.items()[checked_position(key, container.items().size(), "tuple")];
     case Value::Kind::kStr: {
-      const std::vector<std::string> chars = code_points(container.as_str());
+      const std::vector<std::string> chars = utf8_characters(container.as_str());
       return Value::str(chars[checked_position(key, chars.size(), "string")]);
     }
     default:

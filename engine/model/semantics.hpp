@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "model/value.hpp"
 
@@ -49,6 +50,9 @@ namespace kolva {
 Value py_getitem(const Value& container, const Value& key);
 // item in container
 bool py_contains(const Value& container, const Value& item);
+// The characters of a UTF-8 string, each as its own string (Python's
+// iteration over a str).
+std::vector<std::string> utf8_characters(const std::string& s);
 // The printed form of a Python list of these values, e.g. "[1, 'a']".
 std::string repr_list(const ValueVec& items);
 
