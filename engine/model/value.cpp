@@ -25,6 +25,11 @@ Value Value::list(std::shared_ptr<ValueVec> shared) {
 
 Value Value::map(MapPtr m) { return Value(Storage(std::in_place_index<7>, std::move(m))); }
 
+void Value::wrong_kind(const char* expected) const {
+  raise(ErrorKind::kType,
+        std::string("expected a ") + expected + " in the model or data, got '" + type_name(*this) + "'");
+}
+
 const ValueVec& Value::items() const {
   if (is_tuple()) return *std::get<5>(data_).items;
   if (is_list()) return *std::get<6>(data_).items;

@@ -50,15 +50,35 @@ class Value {
   bool is_sequence() const { return is_tuple() || is_list(); }
   bool is_map() const { return kind() == Kind::kMap; }
 
-  bool as_bool() const { return std::get<1>(data_); }
-  std::int64_t as_int() const { return std::get<2>(data_); }
-  double as_float() const { return std::get<3>(data_); }
-  const std::string& as_str() const { return *std::get<4>(data_).text; }
+  // Accessors of one kind; used on another kind they raise a TypeError that
+  // names both, as Python would on the same misuse of a malformed tree.
+  bool as_bool() const {
+    if (!is_bool()) wrong_kind("bool");
+    return std::get<1>(data_);
+  }
+  std::int64_t as_int() const {
+    if (!is_int()) wrong_kind("int");
+    return std::get<2>(data_);
+  }
+  double as_float() const {
+    if (!is_float()) wrong_kind("float");
+    return std::get<3>(data_);
+  }
+  const std::string& as_str() const {
+    if (!is_str()) wrong_kind("str");
+    return *std::get<4>(data_).text;
+  }
   // Members of a tuple or list.
   const ValueVec& items() const;
   // The list itself, shared with every other Value naming it.
-  ValueVec& list_items() const { return *std::get<6>(data_).items; }
-  const MapPtr& as_map() const { return std::get<7>(data_); }
+  ValueVec& list_items() const {
+    if (!is_list()) wrong_kind("list");
+    return *std::get<6>(data_).items;
+  }
+  const MapPtr& as_map() const {
+    if (!is_map()) wrong_kind("dict");
+    return std::get<7>(data_);
+  }
 
   // Identity of a shared container, for memo tables; null for scalars.
   const void* identity() const;
@@ -76,6 +96,7 @@ class Value {
   using Storage = std::variant<std::monostate, bool, std::int64_t, double, StrRef, TupleRef, ListRef, MapPtr>;
 
   explicit Value(Storage data) : data_(std::move(data)) {}
+  [[noreturn]] void wrong_kind(const char* expected) const;
 
   Storage data_;
 };
