@@ -231,6 +231,15 @@ void Generator::iterate_iterators_dynamic(const ValueVec& iterators, const Env& 
   rec(0);
 }
 
+bool Generator::index_filter_keeps(const Value& index_constraint, const Env& env) {
+  if (index_constraint.is_none()) return true;
+  try {
+    return py_truth(_eval_expr(index_constraint, &env).val);
+  } catch (const Error&) {
+    return true;  // a filter that cannot be evaluated keeps the combination
+  }
+}
+
 std::pair<Env, bool> Generator::_should_include_sum_term(const ValueVec& loop_vars, const ValueVec& idx_tuple,
                                                          const ValueVec& tuple_set_names, const Env* env,
                                                          const Value& index_constraint) {
@@ -241,13 +250,8 @@ std::pair<Env, bool> Generator::_should_include_sum_term(const ValueVec& loop_va
     for (const Value& t : tuple_set_names) over_tuples = over_tuples || py_eq(t, loop_vars[i]);
     env2.set(loop_vars[i], over_tuples ? Value::tuple(py_iterate(idx_tuple[i])) : idx_tuple[i]);
   }
-  if (index_constraint.is_none()) return {std::move(env2), true};
-  try {
-    const bool keep = py_truth(_eval_expr(index_constraint, &env2).val);
-    return {std::move(env2), keep};
-  } catch (const Error&) {
-    return {std::move(env2), true};  // a filter that cannot be evaluated keeps the term
-  }
+  const bool keep = index_filter_keeps(index_constraint, env2);
+  return {std::move(env2), keep};
 }
 
 }  // namespace kolva

@@ -99,12 +99,7 @@ void Generator::_accumulate_objective_sum(const Value& expr, std::vector<double>
   const Value index_constraint = node.get("index_constraint");
   const Env empty;
   iterate_iterators_dynamic(iterators, empty, [&](const Env& env2, const ValueVec& /*idx*/) {
-    if (!index_constraint.is_none()) {
-      try {
-        if (!py_truth(_eval_expr(index_constraint, &env2).val)) return;
-      } catch (const Error&) {  // NOLINT(bugprone-empty-catch): a filter that cannot be read keeps the term
-      }
-    }
+    if (!index_filter_keeps(index_constraint, env2)) return;
     const EvalResult r = _eval_expr(term, &env2);
     if (r.marker != nullptr)
       raise(ErrorKind::kType, "an objective term cannot be an inequality between Booleans");

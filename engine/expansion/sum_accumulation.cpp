@@ -104,12 +104,7 @@ void Generator::_accumulate_sum_expr(const Value& expr, const Env& env, KeyedCoe
     return;
   }
   iterate_iterators_dynamic(iterators, env, [&](const Env& env2, const ValueVec& /*idx*/) {
-    if (!index_constraint.is_none()) {
-      try {
-        if (!py_truth(_eval_expr(index_constraint, &env2).val)) return;
-      } catch (const Error&) {  // NOLINT(bugprone-empty-catch): a filter that cannot be read keeps the term
-      }
-    }
+    if (!index_filter_keeps(index_constraint, env2)) return;
     const EvalResult r = _eval_expr(term, &env2);
     refuse_marker(r);
     const std::vector<CoefDict::Item>& items = r.coef.items();

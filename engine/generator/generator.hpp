@@ -128,6 +128,9 @@ class Generator {
   const IndexedMembers& set_positions(const std::string& set_name, const Value& set_data);
 
   // --- iterators (expansion/) ---
+  // Whether an index filter keeps a combination: no filter, a true value,
+  // or a filter that cannot be evaluated (which keeps it, by rule).
+  bool index_filter_keeps(const Value& index_constraint, const Env& env);
   using Combination = std::function<void(const Env& env, const ValueVec& idx_tuple)>;
   std::pair<ValueVec, std::vector<ValueVec>> _unroll_iterators(const ValueVec& iterators, const Env* env);
   // Streams the combinations of iterators whose domains may depend on

@@ -154,12 +154,7 @@ class Tightener {
       // Every iterator takes the first one's value: this pass visits the
       // diagonal of a multi-iterator forall only.
       for (const Value& v : loop_vars) env2.set(v, Value::integer(t));
-      if (!index_constraint.is_none()) {
-        try {
-          if (!py_truth(gen_._eval_expr(index_constraint, &env2).val)) continue;
-        } catch (const Error&) {  // NOLINT(bugprone-empty-catch): an unreadable filter visits the constraints
-        }
-      }
+      if (!gen_.index_filter_keeps(index_constraint, env2)) continue;
       for (const Value& c : inner) constraint(c, env2);
     }
   }

@@ -30,15 +30,7 @@ Claim forall(ConstraintBuilder& b, ConstraintCall& call) {
   for_each_product(loop_ranges, [&](const std::vector<std::size_t>& pos) {
     Env env2 = call.env;
     for (std::size_t i = 0; i < loop_vars.size(); ++i) env2.set(loop_vars[i], loop_ranges[i][pos[i]]);
-    bool keep = true;
-    if (!index_constraint.is_none()) {
-      try {
-        keep = py_truth(gen._eval_expr(index_constraint, &env2).val);
-      } catch (const Error&) {
-        keep = true;  // a filter that cannot be evaluated keeps the combination
-      }
-    }
-    if (!keep) return;
+    if (!gen.index_filter_keeps(index_constraint, env2)) return;
     for (const Value& body : bodies) {
       if (!body.is_map()) raise(ErrorKind::kType, "a forall body must be a constraint dict");
       b.handle_constraint(body.as_map(), env2);
