@@ -474,14 +474,16 @@ def test_unknown_constraint_type_is_logged_and_dropped(caplog):
     assert g.b_ub == [1.0]
 
 
-def test_implication_adds_no_row_and_no_error():
+def test_implication_is_claimed_before_the_comparison_forms():
+    # `x == 1 => y <= 0` is an indicator on a Boolean: one row x + y <= 1,
+    # no new column, and the comparison after it is untouched.
     impl = {
         "type": "implication_constraint",
         "antecedent": constraint("==", name("x"), num(1)),
         "consequent": constraint("<=", name("y"), num(0)),
     }
     g = built_rows(xy_model([impl, constraint("<=", name("y"), num(5))], var_type="boolean"))
-    assert g.A_ub == [[0.0, 1.0]]
-    assert g.b_ub == [5.0]
+    assert g.A_ub == [[1.0, 1.0], [0.0, 1.0]]
+    assert g.b_ub == [1.0, 5.0]
     assert (g.A_eq, g.b_eq) == ([], [])
     assert g.var_names == ["x", "y"]

@@ -12,6 +12,9 @@
 #include "data/tuple_set_members.hpp"
 #include "evaluator/evaluator.hpp"
 #include "generator/generator.hpp"
+#include "logic/boolean_variables.hpp"
+#include "logic/keys.hpp"
+#include "logic/truth_variables.hpp"
 #include "model/error.hpp"
 #include "model/repr.hpp"
 #include "model/semantics.hpp"
@@ -272,6 +275,58 @@ void bind_value_hooks(nb::module_& m) {
       "_value_hash_equal",
       [](nb::handle a, nb::handle b) { return py_hash(ToValue()(a)) == py_hash(ToValue()(b)); }, "a"_a.none(),
       "b"_a.none());
+}
+
+// The logical forms' keys and small helpers, callable on the generator's
+// current state.
+void bind_logic_helpers(nb::class_<PyGenerator>& cls) {
+  cls.def(
+      "_comparison_key",
+      [](PyGenerator& g, nb::handle node, nb::handle env) {
+        const Env scope = to_env(env);
+        return ToPython()(logic::comparison_key(g.core(), ToValue()(node), scope));
+      },
+      "node"_a.none(), "env"_a.none() = nb::none());
+  cls.def(
+      "_bool_struct_key",
+      [](PyGenerator& g, nb::handle node, nb::handle env) {
+        const Env scope = to_env(env);
+        return ToPython()(logic::bool_struct_key(g.core(), ToValue()(node), scope));
+      },
+      "node"_a.none(), "env"_a.none() = nb::none());
+  cls.def(
+      "_atomic_bool_var",
+      [](PyGenerator& g, nb::handle node, nb::handle env) {
+        const Env scope = to_env(env);
+        const auto [name, polarity] = logic::atomic_bool_var(g.core(), ToValue()(node), scope);
+        return nb::make_tuple(name, polarity);
+      },
+      "node"_a.none(), "env"_a.none() = nb::none());
+  cls.def(
+      "_ground_numeric_value",
+      [](PyGenerator& g, nb::handle expr, nb::handle env) -> nb::object {
+        const Env scope = to_env(env);
+        const std::optional<double> v = logic::ground_numeric_value(g.core(), ToValue()(expr), scope);
+        return v ? nb::cast(*v) : nb::none();
+      },
+      "expr"_a.none(), "env"_a.none() = nb::none());
+  cls.def(
+      "_coerce_numeric",
+      [](PyGenerator& /*g*/, nb::handle value) { return logic::coerce_numeric(ToValue()(value)); },
+      "value"_a.none());
+  cls.def("_tighten_lower_bound", [](PyGenerator& g, const std::string& name, double val) {
+    g.core()._tighten_lower_bound(name, val);
+  });
+  cls.def("_tighten_upper_bound", [](PyGenerator& g, const std::string& name, double val) {
+    g.core()._tighten_upper_bound(name, val);
+  });
+  cls.def("_tighten_bounds",
+          [](PyGenerator& g, const std::string& name, double val) { g.core()._tighten_bounds(name, val); });
+  cls.def_prop_ro("_comparison_truth_cache",
+                  [](PyGenerator& g) { return ToPython()(Value::map(g.gen->comparison_truth_cache)); });
+  cls.def_prop_ro("_bool_subtree_cache",
+                  [](PyGenerator& g) { return ToPython()(Value::map(g.gen->bool_subtree_cache)); });
+  cls.def_prop_ro("_impl_counter", [](PyGenerator& g) { return g.gen->impl_counter.value_or(0); });
 }
 
 void bind_generator(nb::module_& m) {
@@ -792,6 +847,7 @@ void bind_generator(nb::module_& m) {
       "state"_a, "coef_by_var"_a, "rhs"_a, nb::kw_only(), "sense"_a);
   cls.def("_ensure_aux_binary",
           [](PyGenerator& g, const std::string& base) { return g.core()._ensure_aux_binary(base); });
+  bind_logic_helpers(cls);
 }
 
 void bind_build_state(nb::module_& m) {

@@ -37,7 +37,10 @@ double Generator::_big_m_for_comparison(const Value& comp, const Env* env) {
     } else {
       rhs = EvalResult::constant(right);
     }
-    if (lhs.marker != nullptr || rhs.marker != nullptr) return kBigMDefault;
+    // Constants that Python could not subtract leave the default.
+    if (lhs.marker != nullptr || rhs.marker != nullptr || !lhs.val.is_number() || !rhs.val.is_number()) {
+      return kBigMDefault;
+    }
     CoefDict expr_coef = lhs.coef;
     for (const CoefDict::Item& item : rhs.coef.items()) expr_coef.add(item.first, -item.second);
     const double expr_const = py_float(lhs.val) - py_float(rhs.val);

@@ -29,7 +29,6 @@ struct ConstraintBuildState {
 // The caches handed to the Boolean linearizations; the first two are the
 // generator's own maps, so they outlive one build.
 struct ConstraintBuildContext {
-  ConstraintBuildState* state = nullptr;
   MapPtr comparison_truth_cache;
   MapPtr subtree_var_cache;
   MapPtr expr_memo = make_map();

@@ -76,6 +76,7 @@ void Generator::_build_constraints() {
       builder.handle_constraint(entry.as_map(), env);
     }
   }
+  builder.lossy.report(log_);
   publish_rows(std::move(builder.eq), std::move(builder.ub));
   // Constraints may have added columns: the metadata lines are rewritten,
   // the first matching prefix deciding each line.

@@ -4,6 +4,8 @@
 #include <string>
 
 #include "constraints/build_state.hpp"
+#include "constraints/local_row.hpp"
+#include "constraints/lossy_constructs.hpp"
 #include "generator/generator.hpp"
 
 namespace kolva {
@@ -29,14 +31,22 @@ class ConstraintBuilder {
   RowAccumulator& row() { return row_; }
   void append_eq_row(double rhs);
   void append_ub_row(double rhs);
+  // Stores a row built with LocalRow (used where rows nest).
+  void store_eq(const LocalRow& row, double rhs) { eq.append(row.entries(), rhs); }
+  void store_ub(const LocalRow& row, double rhs) { ub.append(row.entries(), rhs); }
+
+  // Records that the constraint being handled uses a lossy encoding.
+  void note_lossy(LossyConstruct kind) { lossy.note(kind, current_constraint_); }
 
   Generator& gen;
   RowSystem eq;
   RowSystem ub;
   ConstraintBuildContext ctx;
+  LossyConstructLog lossy;
 
  private:
   RowAccumulator row_;
+  MapPtr current_constraint_;
 };
 
 }  // namespace kolva

@@ -4,6 +4,7 @@
 // program: change it only deliberately.
 #include <array>
 #include <string_view>
+#include <utility>
 
 #include "constraints/constraint_builder.hpp"
 #include "constraints/forms/forms.hpp"
@@ -20,11 +21,11 @@ struct Form {
 // Every constraint, whatever its type.
 constexpr std::array kChain = {
     Form{"parameter without data", &forms::parameter_without_data},
-    Form{"top-level Boolean tree", &forms::not_yet_built},
+    Form{"top-level Boolean tree", &forms::top_level_boolean_tree},
     Form{"log the constraint", &forms::log_constraint},
-    Form{"pre-registration and bound collection", &forms::not_yet_built},
-    Form{"constraint over an implies node", &forms::not_yet_built},
-    Form{"implication", &forms::implication_not_yet_built},
+    Form{"pre-registration and bound collection", &forms::preregistration_and_bound_collection},
+    Form{"constraint over an implies node", &forms::constraint_over_implies},
+    Form{"implication", &forms::implication},
     Form{"comparison", &forms::comparison},
     Form{"forall", &forms::forall},
     Form{"end of chain", &forms::end_of_chain},
@@ -32,21 +33,21 @@ constexpr std::array kChain = {
 
 // Constraints of type "constraint", tried in this order by the comparison step.
 constexpr std::array kComparisonChain = {
-    Form{"weighted Boolean sum, early copy", &forms::not_yet_built},
-    Form{"sum of comparisons", &forms::not_yet_built},
-    Form{"name equals sum of comparisons", &forms::not_yet_built},
-    Form{"parenthesis stripping", &forms::not_yet_built},
-    Form{"comparison equals true", &forms::not_yet_built},
-    Form{"comparison equals false", &forms::not_yet_built},
-    Form{"not-equal on Boolean variables", &forms::not_yet_built},
-    Form{"not of a comparison against a literal", &forms::not_yet_built},
-    Form{"declared Boolean equals evaluated expression", &forms::not_yet_built},
-    Form{"Boolean variable equals threshold on a sum", &forms::not_yet_built},
-    Form{"Boolean tree against a literal", &forms::not_yet_built},
-    Form{"Boolean variable against Boolean expression", &forms::not_yet_built},
-    Form{"weighted Boolean sum, second copy", &forms::not_yet_built},
-    Form{"sum of comparisons against a number", &forms::not_yet_built},
-    Form{"variable equals threshold on a sum of comparisons", &forms::not_yet_built},
+    Form{"weighted Boolean sum, early copy", &forms::weighted_boolean_sum_early},
+    Form{"sum of comparisons", &forms::sum_of_comparisons},
+    Form{"name equals sum of comparisons", &forms::name_equals_sum_of_comparisons},
+    Form{"parenthesis stripping", &forms::parenthesis_stripping},
+    Form{"comparison equals true", &forms::comparison_equals_true},
+    Form{"comparison equals false", &forms::comparison_equals_false},
+    Form{"not-equal on Boolean variables", &forms::not_equal},
+    Form{"not of a comparison against a literal", &forms::not_of_comparison},
+    Form{"declared Boolean equals evaluated expression", &forms::declared_bool_equals_expression},
+    Form{"Boolean variable equals threshold on a sum", &forms::boolean_variable_equals_threshold_on_sum},
+    Form{"Boolean tree against a literal", &forms::boolean_tree_against_literal},
+    Form{"Boolean variable against Boolean expression", &forms::boolean_variable_against_expression},
+    Form{"weighted Boolean sum, second copy", &forms::weighted_boolean_sum_late},
+    Form{"sum of comparisons against a number", &forms::sum_of_comparisons_any_op},
+    Form{"variable equals threshold on a sum of comparisons", &forms::variable_equals_threshold_on_count},
     Form{"conjunction or disjunction asserted true", &forms::conjunction_or_disjunction_true},
     Form{"general linear comparison", &forms::general_linear_comparison},
 };
@@ -62,7 +63,15 @@ Claim run_forms(const auto& chain, ConstraintBuilder& b, ConstraintCall& call) {
 
 void ConstraintBuilder::handle_constraint(const MapPtr& constr, const Env& env) {
   ConstraintCall call{constr, env};
-  run_forms(kChain, *this, call);
+  MapPtr outer = current_constraint_;
+  current_constraint_ = constr;
+  try {
+    run_forms(kChain, *this, call);
+  } catch (...) {
+    current_constraint_ = std::move(outer);
+    throw;
+  }
+  current_constraint_ = std::move(outer);
 }
 
 Claim forms::comparison(ConstraintBuilder& b, ConstraintCall& call) {

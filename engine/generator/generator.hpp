@@ -164,6 +164,16 @@ class Generator {
   static ValueVec _flatten_bool(const Value& node, const std::string& target_type);
   std::pair<Value, Value> _var_bounds_safe(const Value& node);
   std::pair<Value, Value> _linear_bounds_safe(const Value& node);
+  // Collected bounds only ever tighten: a lower bound rises, an upper falls.
+  void _tighten_lower_bound(const std::string& name, double val);
+  void _tighten_upper_bound(const std::string& name, double val);
+  void _tighten_bounds(const std::string& name, double val);
+  // Appends a binary column as truth flags and auxiliaries are added (no
+  // entry in aux_created); returns its column.
+  std::int64_t add_binary_flag(const std::string& name);
+  // Keeps a node alive for as long as the generator, because its identity
+  // went into a key that may outlive the model tree's own references.
+  void keep_node_alive(const MapPtr& node);
 
   // --- objective and sum accumulation (expansion/) ---
   void _update_vector_from_coef_dict(const CoefDict& coef_dict, std::vector<double>& vector,
@@ -238,6 +248,8 @@ class Generator {
   std::optional<std::vector<std::string>> aux_created;
   MapPtr collected_lbs = make_map();
   MapPtr collected_ubs = make_map();
+  // Counts implication flags across builds; absent until the first one.
+  std::optional<std::int64_t> impl_counter;
   std::vector<Value> lower_bounds;
   std::vector<Value> upper_bounds;
   bool allow_symbolic_bool = false;
@@ -302,6 +314,7 @@ class Generator {
   std::string last_recorded_name_;
   std::string key_buffer_;  // reused for the "<name>__map" probe
   std::unordered_map<const Map*, ArrayLayout> array_layouts_;
+  std::unordered_map<const Map*, MapPtr> identity_nodes_;
   struct LineStamp {
     std::size_t line = 0;
     std::uint64_t hash = 0;

@@ -1,0 +1,207 @@
+#include "logic/keys.hpp"
+
+#include <algorithm>
+#include <cstdint>
+#include <string>
+
+#include "model/repr.hpp"
+#include "model/semantics.hpp"
+
+namespace kolva::logic {
+namespace {
+
+Value tuple_of(std::initializer_list<Value> items) { return Value::tuple(ValueVec(items)); }
+
+Value strip_parens(Value node) {
+  while (node.is_map() && node_type(*node.as_map()) == "parenthesized_expression") {
+    node = node.as_map()->get("expression");
+  }
+  return node;
+}
+
+bool is_name_node(const Value& v) {
+  if (!v.is_map()) return false;
+  const std::string_view type = node_type(*v.as_map());
+  return type == "name" || type == "indexed_name";
+}
+
+int kind_rank(const Value& v) {
+  if (v.is_none()) return 0;
+  if (v.is_number()) return 1;
+  if (v.is_str()) return 2;
+  if (v.is_sequence()) return 3;
+  return 4;
+}
+
+// The Env's bindings, or only those not bound by `local` iterators, as a
+// sorted tuple of (name, printed value).
+Value env_entries(const Env& env, const std::vector<Value>* local) {
+  ValueVec entries;
+  for (const auto& item : env.items()) {
+    if (local != nullptr &&
+        std::any_of(local->begin(), local->end(), [&](const Value& l) { return py_eq(l, item.first); })) {
+      continue;
+    }
+    entries.push_back(tuple_of({item.first, Value::str(py_repr(item.second))}));
+  }
+  std::sort(entries.begin(), entries.end(), key_less);
+  return Value::tuple(std::move(entries));
+}
+
+Value identity_of(Generator& gen, const Value& node) {
+  gen.keep_node_alive(node.as_map());
+  return Value::integer(static_cast<std::int64_t>(reinterpret_cast<std::uintptr_t>(node.as_map().get())));
+}
+
+Value sum_key(Generator& gen, const Map& node, const Env& env) {
+  std::vector<Value> local;
+  const Value iterators = node.get("iterators");
+  if (iterators.is_sequence()) {
+    for (const Value& entry : iterators.items()) {
+      if (!entry.is_map()) continue;
+      const Value it = entry.as_map()->get("iterator");
+      if (py_truth(it)) local.push_back(it);
+    }
+  }
+  return tuple_of({Value::str("sum"), Value::str(py_str(iterators)), env_entries(env, &local),
+                   bound_key(gen, node.get("expression"), env),
+                   bound_key(gen, node.get("index_constraint"), env)});
+}
+
+// The name of a variable node: the resolved subscripted name, or `value`.
+Value variable_of(Generator& gen, const Value& node, const Env& env) {
+  if (node_type(*node.as_map()) == "indexed_name") {
+    return Value::str(gen._multi_indexed_var_name(node, env, nullptr));
+  }
+  return node.as_map()->at("value");
+}
+
+bool is_zero_or_one_number(const Value& v) {
+  if (!v.is_map() || node_type(*v.as_map()) != "number") return false;
+  const Value value = v.as_map()->get("value");
+  return py_eq(value, Value::integer(0)) || py_eq(value, Value::integer(1));
+}
+
+bool is_boolean_name(const Value& v) {
+  return is_name_node(v) && py_str(v.as_map()->get("sem_type")) == "boolean";
+}
+
+bool is_composite(const Value& v) {
+  if (!v.is_map() || py_str(v.as_map()->get("sem_type")) != "boolean") return false;
+  const std::string_view type = node_type(*v.as_map());
+  return type == "and" || type == "or" || type == "binop" || type == "parenthesized_expression";
+}
+
+}  // namespace
+
+bool key_less(const Value& a, const Value& b) {
+  const int ra = kind_rank(a);
+  const int rb = kind_rank(b);
+  if (ra != rb) return ra < rb;
+  if (ra == 3) {
+    const ValueVec& x = a.items();
+    const ValueVec& y = b.items();
+    const std::size_t n = std::min(x.size(), y.size());
+    for (std::size_t i = 0; i < n; ++i) {
+      if (!py_eq(x[i], y[i])) return key_less(x[i], y[i]);
+    }
+    return x.size() < y.size();
+  }
+  if (ra == 0 || ra == 4) return false;
+  return py_lt(a, b);
+}
+
+Value bound_key(Generator& gen, const Value& node_in, const Env& env) {
+  const Value node = strip_parens(node_in);
+  if (!node.is_map()) return tuple_of({Value::str("lit"), node});
+  const Map& n = *node.as_map();
+  const std::string_view type = node_type(n);
+  if (type == "indexed_name") {
+    try {
+      return tuple_of({Value::str("indexed"), Value::str(gen._multi_indexed_var_name(node, env, nullptr))});
+    } catch (const Error&) {
+      return tuple_of({Value::str("indexed_raw"), n.get("name"), Value::str(py_str(n.get("dimensions")))});
+    }
+  }
+  if (type == "name") {
+    const Value value = n.get("value");
+    return tuple_of({Value::str("name"), env.get(value, value)});
+  }
+  if (type == "number" || type == "string_literal" || type == "boolean_literal") {
+    return tuple_of({n.get("type"), n.get("value")});
+  }
+  if (type == "binop") {
+    return tuple_of({Value::str("binop"), n.get("op"), bound_key(gen, n.get("left"), env),
+                     bound_key(gen, n.get("right"), env)});
+  }
+  if (type == "sum") return sum_key(gen, n, env);
+  return tuple_of({n.get("type"), Value::str(py_str(node))});
+}
+
+Value comparison_key(Generator& gen, const Value& node, const Env& env) {
+  const Map& n = *node.as_map();
+  const Value op = n.get("op");
+  Value left = bound_key(gen, n.get("left"), env);
+  Value right = bound_key(gen, n.get("right"), env);
+  const std::string op_text = py_str(op);
+  if ((op_text == "==" || op_text == "!=") && key_less(right, left)) std::swap(left, right);
+  return tuple_of({Value::str("cmp"), op, left, right});
+}
+
+Value bool_struct_key(Generator& gen, const Value& node_in, const Env& env) {
+  const Value node = strip_parens(node_in);
+  if (!node.is_map()) return tuple_of({Value::str("lit"), node});
+  const Map& n = *node.as_map();
+  const std::string_view type = node_type(n);
+  if (type == "constraint" && py_str(n.get("op")) == "==") {
+    const Value left = n.get("left");
+    const Value right = n.get("right");
+    if (is_name_node(left) && is_zero_or_one_number(right)) {
+      return tuple_of({Value::str("atom"), variable_of(gen, left, env), right.as_map()->get("value")});
+    }
+    if (is_name_node(right) && is_zero_or_one_number(left)) {
+      return tuple_of({Value::str("atom"), variable_of(gen, right, env), left.as_map()->get("value")});
+    }
+  }
+  if (type == "not") return tuple_of({Value::str("not"), bool_struct_key(gen, n.get("value"), env)});
+  if (type == "and" || type == "or") {
+    Value left = bool_struct_key(gen, n.get("left"), env);
+    Value right = bool_struct_key(gen, n.get("right"), env);
+    const auto bare = [](Value& k) {
+      if (k.is_tuple() && k.items().size() >= 3 && py_eq(k.items()[0], Value::str("eq_link"))) {
+        k = Value(k.items()[2]);
+      }
+    };
+    bare(left);
+    bare(right);
+    if (key_less(right, left)) std::swap(left, right);
+    return tuple_of({n.get("type"), tuple_of({left, right})});
+  }
+  if (type == "binop" && py_str(n.get("sem_type")) == "boolean") {
+    const std::string op = py_str(n.get("op"));
+    if (op == "<=" || op == ">=" || op == "!=" || op == "==") {
+      const Value left = n.get("left");
+      const Value right = n.get("right");
+      if (op == "==" && left.is_map() && right.is_map()) {
+        if (is_boolean_name(left) && is_composite(right)) {
+          return tuple_of(
+              {Value::str("eq_link"), bound_key(gen, left, env), bool_struct_key(gen, right, env)});
+        }
+        if (is_boolean_name(right) && is_composite(left)) {
+          return tuple_of(
+              {Value::str("eq_link"), bound_key(gen, right, env), bool_struct_key(gen, left, env)});
+        }
+      }
+      return tuple_of(
+          {Value::str("cmp"), n.get("op"), bound_key(gen, left, env), bound_key(gen, right, env)});
+    }
+  }
+  return tuple_of({Value::str("unknown"), identity_of(gen, node)});
+}
+
+Value memo_key(Generator& gen, const Value& node, const Env& env) {
+  const Value identity = node.is_map() ? identity_of(gen, node) : Value::str(py_repr(node));
+  return tuple_of({identity, env_entries(env, nullptr)});
+}
+
+}  // namespace kolva::logic
