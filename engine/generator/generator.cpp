@@ -192,8 +192,14 @@ std::pair<std::string, std::int64_t> Generator::_add_variable(const std::string&
 }
 
 std::string Generator::_ensure_aux_binary(const std::string& base_name) {
+  // Names are never removed from var_indices, so the first free counter of
+  // a base only grows: the search resumes where it last stopped instead of
+  // probing every name made before (a count makes one binary per term).
   std::string name = base_name;
-  for (std::int64_t counter = 1; var_indices.contains(name); ++counter) {
+  std::int64_t& counter = aux_counters_[base_name];
+  if (counter > 0) name = base_name + "_" + std::to_string(counter);
+  while (var_indices.contains(name)) {
+    ++counter;
     name = base_name + "_" + std::to_string(counter);
   }
   add_column(name);

@@ -315,6 +315,8 @@ class Generator {
   std::string key_buffer_;  // reused for the "<name>__map" probe
   std::unordered_map<const Map*, ArrayLayout> array_layouts_;
   std::unordered_map<const Map*, MapPtr> identity_nodes_;
+  // The last counter _ensure_aux_binary used per base name.
+  std::unordered_map<std::string, std::int64_t> aux_counters_;
   struct LineStamp {
     std::size_t line = 0;
     std::uint64_t hash = 0;
