@@ -138,3 +138,18 @@ def test_lossy_warnings_do_not_change_the_rows(caplog):
     caplog.set_level(logging.WARNING, logger=GEN_LOGGER)
     loud_lines = generator(ast).generate_code()
     assert quiet_lines == loud_lines
+
+
+def test_a_second_build_cannot_reuse_a_flag_whose_column_it_no_longer_has():
+    # The truth-flag cache outlives a build while the variable phase starts
+    # the columns afresh: the cached cmp_flag_0 keeps the column it had,
+    # one past the last column of the new build. Setting it is refused like
+    # an out-of-range list assignment, never written past the row.
+    import pytest
+
+    ast = xy([constraint("!=", name("x"), name("y"))], var_type="int")
+    g = generator(ast)
+    first = g.build_problem()
+    assert first.var_names[-1] == "cmp_flag_0"
+    with pytest.raises(IndexError, match="list assignment index out of range"):
+        g.build_problem()

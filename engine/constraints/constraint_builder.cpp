@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 
 #include "generator/list_text.hpp"
 #include "model/py_format.hpp"
@@ -55,9 +56,17 @@ ConstraintBuilder::ConstraintBuilder(Generator& generator) : gen(generator) {
   ctx.subtree_var_cache = gen.bool_subtree_cache;
 }
 
-void ConstraintBuilder::append_eq_row(double rhs) { eq.append(row_.sorted_entries(), rhs); }
+void ConstraintBuilder::append_eq_row(double rhs) { eq.append(within_columns(row_.sorted_entries()), rhs); }
 
-void ConstraintBuilder::append_ub_row(double rhs) { ub.append(row_.sorted_entries(), rhs); }
+void ConstraintBuilder::append_ub_row(double rhs) { ub.append(within_columns(row_.sorted_entries()), rhs); }
+
+const std::vector<std::pair<std::int64_t, double>>& ConstraintBuilder::within_columns(
+    const std::vector<std::pair<std::int64_t, double>>& entries) const {
+  if (!entries.empty() && std::cmp_greater_equal(entries.back().first, gen.var_names.size())) {
+    raise(ErrorKind::kIndex, "list assignment index out of range");
+  }
+  return entries;
+}
 
 void Generator::_build_constraints() {
   _add_code_line("# Constraints (sparse)");

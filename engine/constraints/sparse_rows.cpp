@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "model/error.hpp"
+
 namespace kolva {
 
 void SparseRows::append(std::size_t width, const std::vector<std::pair<std::int64_t, double>>& entries) {
@@ -27,7 +29,9 @@ void SparseRows::append_dense(const std::vector<double>& dense) {
 std::vector<double> SparseRows::dense_row(std::size_t row) const {
   std::vector<double> dense(widths_[row], 0.0);
   for (std::size_t k = starts_[row]; k < starts_[row + 1]; ++k) {
-    dense[static_cast<std::size_t>(cols_[k])] = vals_[k];
+    const auto col = static_cast<std::size_t>(cols_[k]);
+    if (cols_[k] < 0 || col >= dense.size()) raise(ErrorKind::kIndex, "list assignment index out of range");
+    dense[col] = vals_[k];
   }
   return dense;
 }
