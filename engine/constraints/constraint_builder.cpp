@@ -56,16 +56,16 @@ ConstraintBuilder::ConstraintBuilder(Generator& generator) : gen(generator) {
   ctx.subtree_var_cache = gen.bool_subtree_cache;
 }
 
-void ConstraintBuilder::append_eq_row(double rhs) { eq.append(within_columns(row_.sorted_entries()), rhs); }
+void ConstraintBuilder::append_eq_row(double rhs) { store(eq, row_.sorted_entries(), rhs); }
 
-void ConstraintBuilder::append_ub_row(double rhs) { ub.append(within_columns(row_.sorted_entries()), rhs); }
+void ConstraintBuilder::append_ub_row(double rhs) { store(ub, row_.sorted_entries(), rhs); }
 
-const std::vector<std::pair<std::int64_t, double>>& ConstraintBuilder::within_columns(
-    const std::vector<std::pair<std::int64_t, double>>& entries) const {
+void ConstraintBuilder::store(RowSystem& system, const std::vector<std::pair<std::int64_t, double>>& entries,
+                              double rhs) const {
   if (!entries.empty() && std::cmp_greater_equal(entries.back().first, gen.var_names.size())) {
     raise(ErrorKind::kIndex, "list assignment index out of range");
   }
-  return entries;
+  system.append(entries, rhs);
 }
 
 void Generator::_build_constraints() {

@@ -32,8 +32,8 @@ class ConstraintBuilder {
   void append_eq_row(double rhs);
   void append_ub_row(double rhs);
   // Stores a row built with LocalRow (used where rows nest).
-  void store_eq(const LocalRow& row, double rhs) { eq.append(within_columns(row.entries()), rhs); }
-  void store_ub(const LocalRow& row, double rhs) { ub.append(within_columns(row.entries()), rhs); }
+  void store_eq(const LocalRow& row, double rhs) { store(eq, row.entries(), rhs); }
+  void store_ub(const LocalRow& row, double rhs) { store(ub, row.entries(), rhs); }
 
   // Records that the constraint being handled uses a lossy encoding.
   void note_lossy(LossyConstruct kind) { lossy.note(kind, current_constraint_); }
@@ -47,8 +47,8 @@ class ConstraintBuilder {
  private:
   // A row is as wide as the variables are many when it is made: a column
   // beyond that (a name whose column an earlier build made) cannot be set.
-  const std::vector<std::pair<std::int64_t, double>>& within_columns(
-      const std::vector<std::pair<std::int64_t, double>>& entries) const;
+  void store(RowSystem& system, const std::vector<std::pair<std::int64_t, double>>& entries,
+             double rhs) const;
 
   RowAccumulator row_;
   MapPtr current_constraint_;

@@ -10,6 +10,7 @@
 // and ties `y == tree` as y - z == 0.
 #include "logic/boolean_variables.hpp"
 
+#include <array>
 #include <cmath>
 #include <string>
 
@@ -136,7 +137,7 @@ std::optional<std::string> variable_tied_to_tree(ConstraintBuilder& b, const Map
   }
   Generator& gen = b.gen;
   const std::string expr_var = bool_expr_var(b, expr_side, env);
-  const std::string var_name = variable_name(gen, var_side, env);
+  std::string var_name = variable_name(gen, var_side, env);
   const std::optional<std::int64_t> var_col = gen.var_indices.find(var_name);
   const std::optional<std::int64_t> expr_col = gen.var_indices.find(expr_var);
   if (var_col && expr_col) {
@@ -156,7 +157,7 @@ std::string connective(ConstraintBuilder& b, const Value& node, const Env& env, 
   const Map& n = *node.as_map();
   const bool is_and = type_of(node) == "and";
   std::vector<Value> tie_vars;
-  Value operands[2] = {n.get("left"), n.get("right")};
+  std::array<Value, 2> operands = {n.get("left"), n.get("right")};
   for (Value& operand : operands) {
     const Value inner = strip_parens(operand);
     if (type_of(inner) != "binop" || py_str(inner.as_map()->get("op")) != "==") continue;
@@ -232,9 +233,10 @@ bool is_bool_expr(const Value& node) {
 
 std::string new_bool_aux_var(Generator& gen) {
   if (!gen.aux_created) gen.aux_created.emplace();
-  std::string name = "_baux" + std::to_string(gen.aux_created->size());
+  std::vector<std::string>& created = *gen.aux_created;
+  std::string name = "_baux" + std::to_string(created.size());
   gen.add_binary_flag(name);
-  gen.aux_created->push_back(name);
+  created.push_back(name);
   return name;
 }
 

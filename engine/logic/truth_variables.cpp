@@ -18,28 +18,16 @@
 
 #include "expansion/product.hpp"
 #include "logic/keys.hpp"
+#include "logic/node_tests.hpp"
 #include "model/repr.hpp"
 #include "model/semantics.hpp"
 
 namespace kolva::logic {
 namespace {
 
-Value strip_parens(Value node) {
-  while (node.is_map() && node_type(*node.as_map()) == "parenthesized_expression") {
-    node = node.as_map()->get("expression");
-  }
-  return node;
-}
+using logic::column_of;
 
 bool is_truth_op(const std::string& op) { return op == "<=" || op == ">=" || op == "!=" || op == "=="; }
-
-bool is_simple_comparison(const Value& node) {
-  if (!node.is_map() || node_type(*node.as_map()) != "binop") return false;
-  const Map& n = *node.as_map();
-  const std::string op = py_str(n.get("op"));
-  return (op == ">=" || op == "<=" || op == "==" || op == ">" || op == "<") &&
-         py_str(n.get("sem_type")) == "boolean";
-}
 
 // The coefficients of an evaluation; the marker of `!=` between Boolean
 // expressions has none to give.
@@ -89,16 +77,16 @@ std::optional<std::string> conjunction_of_count(ConstraintBuilder& b, const Map&
   const Value other_side = left_truths ? node.get("right") : node.get("left");
   const std::optional<double> k_value = ground_numeric_value(b.gen, other_side, env);
   if (!k_value || std::fabs(*k_value - static_cast<double>(z_names.size())) >= 1e-12) return std::nullopt;
-  const std::string y = new_truth_flag(b);
-  const std::int64_t y_col = *b.gen.var_indices.find(y);
+  std::string y = new_truth_flag(b);
+  const std::int64_t y_col = column_of(b.gen, y);
   for (const std::string& z : z_names) {
     LocalRow row;
     row.add(y_col, 1.0);
-    row.add(*b.gen.var_indices.find(z), -1.0);
+    row.add(column_of(b.gen, z), -1.0);
     b.store_ub(row, 0.0);
   }
   LocalRow all;
-  for (const std::string& z : z_names) all.add(*b.gen.var_indices.find(z), 1.0);
+  for (const std::string& z : z_names) all.add(column_of(b.gen, z), 1.0);
   all.add(y_col, -1.0);
   b.store_ub(all, static_cast<double>(z_names.size()) - 1.0);
   b.ctx.comparison_truth_cache->set(key, Value::str(y));
@@ -137,10 +125,10 @@ std::optional<double> ground_numeric_value(Generator& gen, const Value& expr, co
 
 std::optional<std::vector<std::string>> sum_comparison_truth_vars(ConstraintBuilder& b,
                                                                   const Value& sum_node_in, const Env& env) {
-  const Value sum_node = strip_parens(sum_node_in);
+  const Value sum_node = strip_all_parens(sum_node_in);
   if (!sum_node.is_map() || node_type(*sum_node.as_map()) != "sum") return std::nullopt;
   const Map& sum = *sum_node.as_map();
-  const Value inner = strip_parens(sum.get("expression"));
+  const Value inner = strip_all_parens(sum.get("expression"));
   if (!is_simple_comparison(inner)) return std::nullopt;
   const Map& cmp = *inner.as_map();
   Generator& gen = b.gen;
@@ -183,7 +171,7 @@ std::string comparison_truth_var(ConstraintBuilder& b, const Value& node, const 
   const double k = lhs_const - rhs_const;
 
   const std::string z = new_truth_flag(b);
-  const std::int64_t z_col = *gen.var_indices.find(z);
+  const std::int64_t z_col = column_of(gen, z);
   const double m = gen._big_m_for_comparison(node, &env);
   if (op == "<=") {
     add_flag_row(b, expr, 1.0, z_col, m, m - k);

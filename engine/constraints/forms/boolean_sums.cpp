@@ -7,6 +7,7 @@
 //              k y - sum z <= 0,  sum z - (N - k + 1) y <= k - 1
 // The per-term rows do not look at the comparison's operator, and d enters
 // them with opposite signs: the program's rows, kept so.
+#include <array>
 #include <cmath>
 #include <optional>
 #include <string>
@@ -36,8 +37,8 @@ std::optional<WeightedSum> weighted_bool_sum(const Value& expr) {
   if (type_of(s) != "sum") return std::nullopt;
   const Value body = unwrap_paren(s.as_map()->get("expression"));
   if (type_of(body) != "binop" || logic::op_of(body) != "*") return std::nullopt;
-  const Value sides[2] = {body.as_map()->get("left"), body.as_map()->get("right")};
-  for (int k = 0; k < 2; ++k) {
+  const std::array<Value, 2> sides = {body.as_map()->get("left"), body.as_map()->get("right")};
+  for (std::size_t k = 0; k < 2; ++k) {
     const Value factor = unwrap_paren(sides[1 - k]);
     if (!factor.is_map() || py_str(factor.as_map()->get("sem_type")) != "boolean" || logic::is_var(factor)) {
       continue;

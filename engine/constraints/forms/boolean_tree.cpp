@@ -10,7 +10,6 @@
 namespace kolva::forms {
 namespace {
 
-using logic::is_num;
 using logic::is_number_equal;
 using logic::type_of;
 

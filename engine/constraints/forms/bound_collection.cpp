@@ -55,27 +55,30 @@ void collect(Generator& gen, const std::string& op, const Value& var, const Valu
   if (upper) offer_upper_to_base(gen, base, val);
 }
 
+void preregister_and_collect(ConstraintBuilder& b, const ConstraintCall& call) {
+  const Map& constr = *call.constr;
+  const std::string op = py_str(constr.get("op"));
+  const Value left = constr.get("left");
+  const Value right = constr.get("right");
+  if (op == "!=" && is_bool_expr_node(left) && is_bool_expr_node(right)) {
+    logic::bool_expr_var(b, Value::map(call.constr), call.env);
+  }
+  if (op != ">=" && op != "<=" && op != "==") return;
+  if (is_var(left) && is_num(right)) {
+    collect(b.gen, op, left, right, true, call.env);
+  } else if (is_var(right) && is_num(left)) {
+    collect(b.gen, op, right, left, false, call.env);
+  }
+}
+
 }  // namespace
 
 Claim preregistration_and_bound_collection(ConstraintBuilder& b, ConstraintCall& call) {
-  const Map& constr = *call.constr;
-  if (py_str(constr.get("type")) != "constraint") return Claim::kPass;
+  if (py_str(call.constr->get("type")) != "constraint") return Claim::kPass;
   try {
-    const std::string op = py_str(constr.get("op"));
-    const Value left = constr.get("left");
-    const Value right = constr.get("right");
-    if (op == "!=" && is_bool_expr_node(left) && is_bool_expr_node(right)) {
-      logic::bool_expr_var(b, Value::map(call.constr), call.env);
-    }
-    if (op == ">=" || op == "<=" || op == "==") {
-      if (is_var(left) && is_num(right)) {
-        collect(b.gen, op, left, right, true, call.env);
-      } else if (is_var(right) && is_num(left)) {
-        collect(b.gen, op, right, left, false, call.env);
-      }
-    }
+    preregister_and_collect(b, call);
   } catch (const Error&) {
-    // No bound learnt from this constraint; the chain goes on.
+    return Claim::kPass;  // no bound learnt from this constraint
   }
   return Claim::kPass;
 }

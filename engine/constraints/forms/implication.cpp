@@ -28,8 +28,8 @@ using logic::type_of;
 
 Value var_eq_value(const Value& node, std::int64_t val) {
   if (type_of(node) != "constraint" || logic::op_of(node) != "==") return {};
-  const Value left = node.as_map()->get("left");
-  const Value right = node.as_map()->get("right");
+  Value left = node.as_map()->get("left");
+  Value right = node.as_map()->get("right");
   if (is_var(left) && logic::is_number_equal(right, val)) return left;
   if (is_var(right) && logic::is_number_equal(left, val)) return right;
   return {};
@@ -44,8 +44,8 @@ bool is_zero_number(const Value& node) {
 Value single_var_gt_zero(const Value& node, bool& number_on_left) {
   const std::string op = logic::op_of(node);
   if (type_of(node) != "constraint" || (op != ">" && op != ">=")) return {};
-  const Value left = node.as_map()->get("left");
-  const Value right = node.as_map()->get("right");
+  Value left = node.as_map()->get("left");
+  Value right = node.as_map()->get("right");
   number_on_left = false;
   if (is_var(left) && is_zero_number(right)) return left;
   if (is_var(right) && is_zero_number(left)) {
@@ -98,11 +98,10 @@ Value post_conjuncts(ConstraintBuilder& b, const Value& ant, const Env& env) {
 double inferred_big_m(Generator& gen, const std::string& x) {
   try {
     const Value upper = gen._infer_var_bounds(x).second;
-    if (!upper.is_none()) return std::max(py_float(upper), 1.0);
+    return upper.is_none() ? kBigMDefault : std::max(py_float(upper), 1.0);
   } catch (const Error&) {
-    // No usable bound: the default below.
+    return kBigMDefault;  // no usable bound
   }
-  return kBigMDefault;
 }
 
 // x - M*y <= rhs, each term only if its variable is a column.
@@ -114,6 +113,10 @@ void post_zero_indicator(ConstraintBuilder& b, const std::string& x, const std::
   if (const std::optional<std::int64_t> col = gen.var_indices.find(y)) row.add(*col, -big_m);
   b.store_ub(row, rhs);
 }
+
+// The fallback of a fixed-charge link: a literal of its own, equal to the
+// module's default big-M.
+constexpr double kNoDataBound = 1000000.0;
 
 // The bound of x in a fixed-charge link: collected bounds of x, then of its
 // base symbol, then the model's `demand` list at x's last subscript.
@@ -133,10 +136,10 @@ double fixed_charge_big_m(Generator& gen, const Value& x_node, const std::string
         return py_float(demand.items()[static_cast<std::size_t>(t.as_int() - 1)]);
       }
     }
+    return kNoDataBound;
   } catch (const Error&) {
-    // The data does not give a bound: the literal default below.
+    return kNoDataBound;  // the data does not give a bound
   }
-  return 1000000.0;
 }
 
 bool indicator_forms(ConstraintBuilder& b, const Value& ant, const Value& cons, const Env& env) {
