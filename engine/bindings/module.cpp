@@ -348,7 +348,8 @@ void bind_generator(nb::module_& m) {
   cls.def_prop_ro("ast", [](PyGenerator& g) { return ToPython()(Value::map(g.gen->ast)); });
   cls.def_prop_ro("data_dict", [](PyGenerator& g) { return ToPython()(Value::map(g.gen->data_dict)); });
   cls.def_prop_ro("data", [](PyGenerator& g) { return ToPython()(Value::map(g.gen->data_dict)); });
-  cls.def_prop_ro("scipy_code_lines", [](PyGenerator& g) { return string_list(g.gen->scipy_code_lines); });
+  cls.def_prop_ro("scipy_code_lines",
+                  [](PyGenerator& g) { return string_list(g.gen->scipy_code_lines.to_vector()); });
   cls.def_prop_ro("var_names", [](PyGenerator& g) { return string_list(g.gen->var_names); });
   cls.def_prop_ro("var_indices", [](PyGenerator& g) {
     nb::dict d;

@@ -3,6 +3,7 @@
 #include "constraints/constraint_builder.hpp"
 
 #include <algorithm>
+#include <memory>
 #include <string>
 #include <utility>
 
@@ -12,17 +13,6 @@
 
 namespace kolva {
 namespace {
-
-template <typename T>
-std::string int_list_text(const std::vector<T>& values) {
-  std::string out = "[";
-  for (std::size_t i = 0; i < values.size(); ++i) {
-    if (i > 0) out += ", ";
-    out += std::to_string(values[i]);
-  }
-  out += ']';
-  return out;
-}
 
 // Triplets of one system as compressed rows: a later triplet of the same
 // cell replaces an earlier one.
@@ -48,6 +38,52 @@ RowSystem rows_from_triplets(const std::vector<std::int64_t>& rows, const std::v
   out.rhs = rhs;
   return out;
 }
+
+enum class TripletPart : unsigned char { kRows, kCols, kData };
+
+// One of the script's triplet lists of a row system: the row of each
+// entry, its column, or its value, over the rows stored when it was made
+// (rows appended later, such as the snapshot's, are not part of it).
+class TripletLine : public CodeLines::Block {
+ public:
+  TripletLine(std::string prefix, const SparseRows& rows, std::size_t n_rows, TripletPart part)
+      : prefix_(std::move(prefix)), rows_(rows), n_rows_(n_rows), part_(part) {}
+  CodeLines::Source source() const override { return CodeLines::Source::kRows; }
+  std::size_t size() const override { return 1; }
+  void render(std::size_t /*k*/, std::string& out) const override {
+    out += prefix_;
+    out += '[';
+    const std::vector<std::size_t>& starts = rows_.row_starts();
+    bool first = true;
+    const auto separate = [&] {
+      if (!first) out += ", ";
+      first = false;
+    };
+    for (std::size_t r = 0; r < n_rows_; ++r) {
+      for (std::size_t k = starts[r]; k < starts[r + 1]; ++k) {
+        separate();
+        switch (part_) {
+          case TripletPart::kRows:
+            out += std::to_string(r);
+            break;
+          case TripletPart::kCols:
+            out += std::to_string(rows_.cols()[k]);
+            break;
+          case TripletPart::kData:
+            out += py_repr_float(rows_.vals()[k]);
+            break;
+        }
+      }
+    }
+    out += ']';
+  }
+
+ private:
+  std::string prefix_;
+  const SparseRows& rows_;
+  std::size_t n_rows_;
+  TripletPart part_;
+};
 
 }  // namespace
 
@@ -91,7 +127,8 @@ void Generator::_build_constraints() {
   // the first matching prefix deciding each line.
   std::array<MetaRender, 4> renders;
   for (std::size_t i = 0; i < scipy_code_lines.size(); ++i) {
-    const std::string& line = scipy_code_lines[i];
+    if (scipy_code_lines.in_block(i)) continue;  // blocks hold no metadata line
+    const std::string& line = scipy_code_lines.plain(i);
     if (line.starts_with(metadata_prefix(MetaLine::kVarNames))) {
       rewrite_metadata_line(i, MetaLine::kVarNames, false, renders[0]);
     } else if (line.starts_with(metadata_prefix(MetaLine::kBounds))) {
@@ -114,28 +151,36 @@ void Generator::_finalize_constraint_state(const ConstraintBuildState& state) {
 }
 
 // The rows become the generator's A_eq/A_ub (every row as wide as the
-// variables are many now) and the script's triplet lines.
+// variables are many now) and the script's triplet lines, which print from
+// those rows when they are read.
 void Generator::publish_rows(RowSystem eq, RowSystem ub) {
+  scipy_code_lines.materialize(CodeLines::Source::kRows);
   const std::size_t n_vars = var_names.size();
-  _add_code_line("from scipy.sparse import csr_matrix");
-  _add_code_line("A_eq_rows = " + int_list_text(eq.rows.entry_rows()));
-  _add_code_line("A_eq_cols = " + int_list_text(eq.rows.cols()));
-  _add_code_line("A_eq_data = " + floats_text(eq.rows.vals()));
-  _add_code_line("b_eq = " + floats_text(eq.rhs));
-  _add_code_line("A_ub_rows = " + int_list_text(ub.rows.entry_rows()));
-  _add_code_line("A_ub_cols = " + int_list_text(ub.rows.cols()));
-  _add_code_line("A_ub_data = " + floats_text(ub.rows.vals()));
-  _add_code_line("b_ub = " + floats_text(ub.rhs));
-  _add_code_line("A_eq = csr_matrix((A_eq_data, (A_eq_rows, A_eq_cols)), shape=(" +
-                 std::to_string(eq.size()) + ", " + std::to_string(n_vars) + ")) if len(b_eq) > 0 else None");
-  _add_code_line("A_ub = csr_matrix((A_ub_data, (A_ub_rows, A_ub_cols)), shape=(" +
-                 std::to_string(ub.size()) + ", " + std::to_string(n_vars) + ")) if len(b_ub) > 0 else None");
+  const std::size_t n_eq = eq.size();
+  const std::size_t n_ub = ub.size();
   eq.rows.set_all_widths(n_vars);
   ub.rows.set_all_widths(n_vars);
   A_eq = std::move(eq.rows);
   b_eq = std::move(eq.rhs);
   A_ub = std::move(ub.rows);
   b_ub = std::move(ub.rhs);
+  const auto triplet_line = [&](const char* name, const SparseRows& rows, std::size_t n_rows,
+                                TripletPart part) {
+    scipy_code_lines.push_block(std::make_unique<TripletLine>(_indent() + name, rows, n_rows, part));
+  };
+  _add_code_line("from scipy.sparse import csr_matrix");
+  triplet_line("A_eq_rows = ", A_eq, n_eq, TripletPart::kRows);
+  triplet_line("A_eq_cols = ", A_eq, n_eq, TripletPart::kCols);
+  triplet_line("A_eq_data = ", A_eq, n_eq, TripletPart::kData);
+  _add_code_line("b_eq = " + floats_text(b_eq));
+  triplet_line("A_ub_rows = ", A_ub, n_ub, TripletPart::kRows);
+  triplet_line("A_ub_cols = ", A_ub, n_ub, TripletPart::kCols);
+  triplet_line("A_ub_data = ", A_ub, n_ub, TripletPart::kData);
+  _add_code_line("b_ub = " + floats_text(b_ub));
+  _add_code_line("A_eq = csr_matrix((A_eq_data, (A_eq_rows, A_eq_cols)), shape=(" + std::to_string(n_eq) +
+                 ", " + std::to_string(n_vars) + ")) if len(b_eq) > 0 else None");
+  _add_code_line("A_ub = csr_matrix((A_ub_data, (A_ub_rows, A_ub_cols)), shape=(" + std::to_string(n_ub) +
+                 ", " + std::to_string(n_vars) + ")) if len(b_ub) > 0 else None");
 }
 
 }  // namespace kolva

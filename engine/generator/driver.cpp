@@ -13,18 +13,6 @@ namespace {
 
 constexpr double kShortCircuitTolerance = 1e-09;
 
-std::string join_lines(const std::vector<std::string>& lines) {
-  std::size_t total = 0;
-  for (const std::string& line : lines) total += line.size() + 1;
-  std::string out;
-  out.reserve(total);
-  for (std::size_t i = 0; i < lines.size(); ++i) {
-    if (i > 0) out.push_back('\n');
-    out += lines[i];
-  }
-  return out;
-}
-
 bool constant_rows_feasible(const std::vector<double>& b_eq, const std::vector<double>& b_ub) {
   for (const double v : b_eq) {
     if (!(std::fabs(v) <= kShortCircuitTolerance)) return false;
@@ -53,7 +41,7 @@ std::string Generator::generate_code() {
   } else {
     emit_solve_section();
   }
-  return join_lines(scipy_code_lines);
+  return scipy_code_lines.join();
 }
 
 void Generator::emit_script_header() {

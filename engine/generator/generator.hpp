@@ -18,6 +18,7 @@
 #include "data/var_name_index.hpp"
 #include "evaluator/eval_result.hpp"
 #include "expansion/keyed_coefs.hpp"
+#include "generator/code_lines.hpp"
 #include "generator/log.hpp"
 #include "generator/problem.hpp"
 #include "generator/scoped_flag.hpp"
@@ -228,7 +229,7 @@ class Generator {
   // --- attributes (the contract between phases) ---
   MapPtr ast;
   MapPtr data_dict;
-  std::vector<std::string> scipy_code_lines;
+  CodeLines scipy_code_lines;
   std::int64_t indent_level = 0;
   std::vector<std::string> var_names;
   NameTable var_indices;
@@ -261,6 +262,8 @@ class Generator {
   };
 
   void emit_script_header();
+  // The "# Alias" comment of each column whose name has that form.
+  void emit_alias_lines();
   void emit_short_circuit();
   void emit_solve_section();
   double constant_objective_value();

@@ -15,6 +15,8 @@ std::string list_text(const std::vector<T>& items, Append append) {
     append(out, items[i]);
   }
   out += ']';
+  // Lists of a large model run to megabytes: keep no growth slack.
+  out.shrink_to_fit();
   return out;
 }
 

@@ -93,7 +93,7 @@ std::string_view Generator::metadata_prefix(MetaLine kind) {
 void Generator::rewrite_metadata_line(std::size_t index, MetaLine kind, bool tuple_bounds,
                                       MetaRender& render) {
   LineStamp& stamp = stamps_[static_cast<std::size_t>(kind)];
-  std::string& line = scipy_code_lines[index];
+  std::string& line = scipy_code_lines.plain(index);
   if (!render.hash) render.hash = metadata_hash(kind);
   if (stamp.valid && stamp.line == index && stamp.hash == *render.hash && stamp.tuple_bounds == tuple_bounds)
     return;

@@ -87,9 +87,10 @@ void Generator::_refresh_problem_metadata_code_lines() {
   std::array<MetaRender, 4> renders;
   std::array<bool, 4> found{};
   for (std::size_t i = 0; i < scipy_code_lines.size(); ++i) {
+    if (scipy_code_lines.in_block(i)) continue;  // blocks hold no metadata line
     for (const MetaLine kind : kKinds) {
       const auto k = static_cast<std::size_t>(kind);
-      if (!scipy_code_lines[i].starts_with(metadata_prefix(kind))) continue;
+      if (!scipy_code_lines.plain(i).starts_with(metadata_prefix(kind))) continue;
       rewrite_metadata_line(i, kind, false, renders[k]);
       found[k] = true;
     }

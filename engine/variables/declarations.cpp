@@ -2,6 +2,7 @@
 // integrality, in declaration order; within an array, the product order of
 // its dimensions is the column order.
 #include <cctype>
+#include <memory>
 #include <regex>
 #include <string>
 
@@ -107,23 +108,74 @@ void Generator::_build_variables() {
     }
   }
   _tighten_bounds_from_constraints(new_bounds, ast->get("constraints", empty_list()));
+  // Alias blocks of an earlier build print from the names they were made
+  // with; they become plain lines before those names are replaced.
+  scipy_code_lines.materialize(CodeLines::Source::kVarNames);
   var_names = std::move(names);
   bounds = std::move(new_bounds);
   integrality = std::move(new_integrality);
   add_metadata_line(MetaLine::kVarNames);
-  std::string_view base;
-  std::string_view idx;
-  for (const std::string& name : var_names) {
-    if (!alias_for(name, base, idx)) continue;
-    std::string alias = "# Alias: ";
-    alias += base;
-    alias += "['";
-    alias += idx;
-    alias += "']";
-    _add_code_line(alias);
-  }
+  emit_alias_lines();
   add_metadata_line(MetaLine::kBounds);
   add_metadata_line(MetaLine::kIntegrality);
+}
+
+namespace {
+
+// "# Alias: base['idx']" for each of a run of columns whose names all have
+// an alias form, printed from var_names when the line is read.
+class AliasBlock : public CodeLines::Block {
+ public:
+  AliasBlock(const std::vector<std::string>& names, std::size_t first, std::size_t count)
+      : names_(names), first_(first), count_(count) {}
+  CodeLines::Source source() const override { return CodeLines::Source::kVarNames; }
+  std::size_t size() const override { return count_; }
+  void render(std::size_t k, std::string& out) const override {
+    std::string_view base;
+    std::string_view idx;
+    alias_for(names_[first_ + k], base, idx);
+    append_alias(out, base, idx);
+  }
+  static void append_alias(std::string& out, std::string_view base, std::string_view idx) {
+    out += "# Alias: ";
+    out += base;
+    out += "['";
+    out += idx;
+    out += "']";
+  }
+
+ private:
+  const std::vector<std::string>& names_;
+  std::size_t first_;
+  std::size_t count_;
+};
+
+// Runs shorter than this are written as plain lines.
+constexpr std::size_t kShortestAliasBlock = 16;
+
+}  // namespace
+
+void Generator::emit_alias_lines() {
+  // The indent is read once: a block prints its lines without one.
+  const bool indented = indent_level > 0;
+  std::string_view base;
+  std::string_view idx;
+  std::size_t k = 0;
+  while (k < var_names.size()) {
+    std::size_t end = k;
+    while (end < var_names.size() && alias_for(var_names[end], base, idx)) ++end;
+    if (end - k >= kShortestAliasBlock && !indented) {
+      scipy_code_lines.push_block(std::make_unique<AliasBlock>(var_names, k, end - k));
+    } else {
+      for (std::size_t j = k; j < end; ++j) {
+        alias_for(var_names[j], base, idx);
+        std::string alias;
+        AliasBlock::append_alias(alias, base, idx);
+        _add_code_line(alias);
+      }
+    }
+    k = end == k ? k + 1 : end;
+  }
 }
 
 void Generator::handle_scalar_variable_declaration(const Map& decl, std::vector<std::string>& names,
