@@ -4,6 +4,9 @@
 #include <nanobind/stl/string.h>
 #include <nanobind/stl/vector.h>
 
+#include <array>
+#include <bit>
+#include <limits>
 #include <memory>
 #include <string>
 
@@ -126,8 +129,20 @@ nb::object sparse_rows_to_python(const SparseRows& m, std::size_t n_cols) {
   std::vector<std::int64_t> indptr(m.row_starts().begin(), m.row_starts().end());
   std::vector<std::int64_t> widths(m.rows());
   for (std::size_t r = 0; r < m.rows(); ++r) widths[r] = static_cast<std::int64_t>(m.width(r));
-  return nb::borrow(g_sparse_row_sequence)(numpy_copy(indptr), numpy_copy(m.cols()), numpy_copy(m.vals()),
-                                           numpy_copy(widths), n_cols);
+  // Column numbers go over as 32-bit integers whenever they fit, as SciPy
+  // keeps them: half the bytes per nonzero.
+  nb::object cols;
+  if (n_cols <= static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max())) {
+    std::vector<std::int32_t> narrow(m.cols().begin(), m.cols().end());
+    const nb::bytes raw(reinterpret_cast<const char*>(narrow.data()), narrow.size() * sizeof(std::int32_t));
+    const nb::object view = nb::steal(PyMemoryView_FromObject(raw.ptr()));
+    if (!view.is_valid()) throw nb::python_error();
+    cols = view.attr("cast")("i");
+  } else {
+    cols = numpy_copy(m.cols());
+  }
+  return nb::borrow(g_sparse_row_sequence)(numpy_copy(indptr), cols, numpy_copy(m.vals()), numpy_copy(widths),
+                                           n_cols);
 }
 
 // Python lists built with the C API: one object per entry, nothing more.
@@ -142,13 +157,50 @@ void set_item(const nb::object& list, std::size_t i, PyObject* item) {
   PyList_SET_ITEM(list.ptr(), static_cast<Py_ssize_t>(i), item);
 }
 
-nb::object float_list_fast(const std::vector<double>& values) {
+// Hands out one float object per recent value: floats are immutable, so
+// list entries may share them, and the per-column lists of a large model
+// (costs, bounds) repeat few values.
+class FloatInterner {
+ public:
+  FloatInterner() = default;
+  FloatInterner(const FloatInterner&) = delete;
+  FloatInterner& operator=(const FloatInterner&) = delete;
+  ~FloatInterner() {
+    for (const Slot& slot : slots_) Py_XDECREF(slot.object);
+  }
+
+  // A new reference to a float of value d.
+  PyObject* get(double d) {
+    const auto bits = std::bit_cast<std::uint64_t>(d);
+    Slot& slot = slots_[(bits * 0x9E3779B97F4A7C15ULL) >> (64U - kSlotBits)];
+    if (slot.object != nullptr && slot.bits == bits) {
+      Py_INCREF(slot.object);
+      return slot.object;
+    }
+    PyObject* made = PyFloat_FromDouble(d);
+    if (made == nullptr) return nullptr;
+    Py_XDECREF(slot.object);
+    Py_INCREF(made);
+    slot = {bits, made};
+    return made;
+  }
+
+ private:
+  static constexpr unsigned kSlotBits = 10;
+  struct Slot {
+    std::uint64_t bits = 0;
+    PyObject* object = nullptr;
+  };
+  std::array<Slot, std::size_t{1} << kSlotBits> slots_{};
+};
+
+nb::object float_list_fast(const std::vector<double>& values, FloatInterner& floats) {
   nb::object out = new_list(values.size());
-  for (std::size_t i = 0; i < values.size(); ++i) set_item(out, i, PyFloat_FromDouble(values[i]));
+  for (std::size_t i = 0; i < values.size(); ++i) set_item(out, i, floats.get(values[i]));
   return out;
 }
 
-PyObject* scalar_to_python(const Value& v) {
+PyObject* scalar_to_python(const Value& v, FloatInterner& floats) {
   switch (v.kind()) {
     case Value::Kind::kNone:
       Py_INCREF(Py_None);
@@ -156,7 +208,7 @@ PyObject* scalar_to_python(const Value& v) {
     case Value::Kind::kInt:
       return PyLong_FromLongLong(v.as_int());
     case Value::Kind::kFloat:
-      return PyFloat_FromDouble(v.as_float());
+      return floats.get(v.as_float());
     default:
       return ToPython()(v).release().ptr();
   }
@@ -188,16 +240,17 @@ nb::object problem_from_generator(const Generator& gen) {
     const std::string& n = gen.var_names[i];
     set_item(names, i, PyUnicode_DecodeUTF8(n.data(), static_cast<Py_ssize_t>(n.size()), "surrogatepass"));
   }
+  FloatInterner floats;
   nb::object bounds = new_list(gen.bounds.size());
   for (std::size_t i = 0; i < gen.bounds.size(); ++i) {
     nb::object pair = new_list(2);
-    set_item(pair, 0, scalar_to_python(gen.bounds[i].lower));
-    set_item(pair, 1, scalar_to_python(gen.bounds[i].upper));
+    set_item(pair, 0, scalar_to_python(gen.bounds[i].lower, floats));
+    set_item(pair, 1, scalar_to_python(gen.bounds[i].upper, floats));
     set_item(bounds, i, pair.release().ptr());
   }
   nb::object integrality = new_list(gen.integrality->size());
   for (std::size_t i = 0; i < gen.integrality->size(); ++i) {
-    set_item(integrality, i, scalar_to_python((*gen.integrality)[i]));
+    set_item(integrality, i, PyLong_FromLong((*gen.integrality)[i]));
   }
   const std::size_t n_cols = gen.var_names.size();
   nb::dict kwargs;
@@ -205,11 +258,11 @@ nb::object problem_from_generator(const Generator& gen) {
   kwargs["var_names"] = names;
   kwargs["bounds"] = bounds;
   kwargs["integrality"] = integrality;
-  kwargs["c"] = float_list_fast(gen.c);
+  kwargs["c"] = float_list_fast(gen.c, floats);
   kwargs["A_eq"] = sparse_rows_to_python(gen.A_eq, n_cols);
-  kwargs["b_eq"] = float_list_fast(gen.b_eq);
+  kwargs["b_eq"] = float_list_fast(gen.b_eq, floats);
   kwargs["A_ub"] = sparse_rows_to_python(gen.A_ub, n_cols);
-  kwargs["b_ub"] = float_list_fast(gen.b_ub);
+  kwargs["b_ub"] = float_list_fast(gen.b_ub, floats);
   kwargs["objective_offset"] = py_float(gen.obj_const_offset);
   return nb::borrow(g_linear_problem)(**kwargs);
 }
@@ -375,7 +428,7 @@ void bind_generator(nb::module_& m) {
     }
     ToPython py;
     nb::list out;
-    for (const Value& v : *g.gen->integrality) out.append(py(v));
+    for (const std::uint8_t v : *g.gen->integrality) out.append(py(Value::integer(v)));
     return out;
   });
   cls.def_prop_ro("c", [](PyGenerator& g) { return float_list(g.gen->c); });

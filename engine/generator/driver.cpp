@@ -97,7 +97,7 @@ void Generator::emit_solve_section() {
   const std::string& r = results_varname;
   bool any_integer = false;
   if (integrality) {
-    for (const Value& v : *integrality) any_integer = any_integer || py_truth(v);
+    for (const std::uint8_t v : *integrality) any_integer = any_integer || v != 0;
   }
   struct Line {
     int level;

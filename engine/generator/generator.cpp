@@ -205,7 +205,7 @@ std::string Generator::_ensure_aux_binary(const std::string& base_name) {
   add_column(name);
   bounds.push_back({Value::integer(0), Value::integer(1)});
   if (!integrality) integrality.emplace();
-  integrality->push_back(Value::integer(1));
+  integrality->push_back(1);
   c.push_back(0.0);
   if (!aux_created) aux_created.emplace();
   aux_created->push_back(name);

@@ -18,6 +18,7 @@
 #include "data/var_name_index.hpp"
 #include "evaluator/eval_result.hpp"
 #include "expansion/keyed_coefs.hpp"
+#include "generator/bound_value.hpp"
 #include "generator/code_lines.hpp"
 #include "generator/log.hpp"
 #include "generator/problem.hpp"
@@ -40,8 +41,8 @@ inline constexpr double kBoolEps = 1e-06;
 
 // One column's [lower, upper]; None is unbounded on that side.
 struct BoundPair {
-  Value lower;
-  Value upper;
+  BoundValue lower;
+  BoundValue upper;
 };
 
 // The code generator. Its state is a flat set of attributes through which the
@@ -235,7 +236,8 @@ class Generator {
   NameTable var_indices;
   std::vector<BoundPair> bounds;
   // Absent until _build_variables runs, as the attribute is on a new object.
-  std::optional<std::vector<Value>> integrality;
+  // 1 for an integer column, 0 for a continuous one.
+  std::optional<std::vector<std::uint8_t>> integrality;
   std::vector<double> c;
   Value obj_const_offset = Value::real(0.0);
   SparseRows A_eq;
@@ -291,10 +293,10 @@ class Generator {
   ValueVec indexed_set_members(const Map& rng, const Env& env);
   void handle_scalar_variable_declaration(const Map& decl, std::vector<std::string>& names,
                                           std::vector<BoundPair>& new_bounds,
-                                          std::vector<Value>& new_integrality);
+                                          std::vector<std::uint8_t>& new_integrality);
   void handle_indexed_variable_declaration(const Map& decl, std::vector<std::string>& names,
                                            std::vector<BoundPair>& new_bounds,
-                                           std::vector<Value>& new_integrality);
+                                           std::vector<std::uint8_t>& new_integrality);
 
   void add_to_offset(const Value& v, double factor);
 

@@ -50,6 +50,10 @@ std::string values_text(const std::vector<Value>& values) {
   return list_text(values, [](std::string& out, const Value& v) { append_repr(out, v); });
 }
 
+std::string flags_text(const std::vector<std::uint8_t>& flags) {
+  return list_text(flags, [](std::string& out, std::uint8_t v) { out += std::to_string(v); });
+}
+
 std::string floats_text(const std::vector<double>& values) {
   return list_text(values, [](std::string& out, double v) { out += py_repr_float(v); });
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,7 @@ std::string bounds_text(const std::vector<BoundPair>& bounds);
 std::string tuple_bounds_text(const std::vector<BoundPair>& bounds);
 std::string names_text(const std::vector<std::string>& names);
 std::string values_text(const std::vector<Value>& values);
+std::string flags_text(const std::vector<std::uint8_t>& flags);
 std::string floats_text(const std::vector<double>& values);
 
 }  // namespace kolva

@@ -57,7 +57,7 @@ std::uint64_t Generator::metadata_hash(MetaLine kind) const {
       return mix_in(h, bounds.size());
     case MetaLine::kIntegrality:
       if (!integrality) return mix_in(h, 0xdeadULL);
-      for (const Value& v : *integrality) h = mix_in(h, hash_value(v));
+      for (const std::uint8_t v : *integrality) h = mix_in(h, hash_value(Value::integer(v)));
       return mix_in(h, integrality->size());
     case MetaLine::kC:
       for (const double d : c) h = mix_in(h, hash_value(Value::real(d)));
@@ -74,7 +74,7 @@ std::string Generator::metadata_text(MetaLine kind, bool tuple_bounds) const {
     case MetaLine::kBounds:
       return line + (tuple_bounds ? tuple_bounds_text(bounds) : bounds_text(bounds));
     case MetaLine::kIntegrality:
-      return line + values_text(integrality.value_or(std::vector<Value>{}));
+      return line + flags_text(integrality.value_or(std::vector<std::uint8_t>{}));
     case MetaLine::kC:
       return line + floats_text(c);
   }

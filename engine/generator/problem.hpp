@@ -14,7 +14,7 @@ struct LinearProblem {
   std::string sense;
   std::vector<std::string> var_names;
   std::vector<std::pair<Value, Value>> bounds;
-  std::vector<Value> integrality;
+  std::vector<std::uint8_t> integrality;
   std::vector<double> c;
   SparseRows A_eq;
   std::vector<double> b_eq;

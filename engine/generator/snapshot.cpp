@@ -68,7 +68,7 @@ void Generator::_reconcile_problem_metadata() {
   while (bounds.size() < var_names.size()) bounds.push_back({Value::integer(0), Value::integer(1)});
   if (!integrality)
     raise(ErrorKind::kAttribute, "'SciPyCSCCodeGenerator' object has no attribute 'integrality'");
-  while (integrality->size() < var_names.size()) integrality->push_back(Value::integer(1));
+  while (integrality->size() < var_names.size()) integrality->push_back(1);
   if (c.size() < var_names.size()) {
     c.resize(var_names.size(), 0.0);
   } else if (c.size() > var_names.size()) {

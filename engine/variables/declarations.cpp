@@ -82,7 +82,7 @@ void Generator::_build_variables() {
   _add_code_line("# Variable definitions");
   std::vector<std::string> names;
   std::vector<BoundPair> new_bounds;
-  std::vector<Value> new_integrality;
+  std::vector<std::uint8_t> new_integrality;
   tuple_types = make_map();
   const Value& decls = ast->at("declarations");
   for (const Value& entry : decls.items()) {
@@ -180,18 +180,18 @@ void Generator::emit_alias_lines() {
 
 void Generator::handle_scalar_variable_declaration(const Map& decl, std::vector<std::string>& names,
                                                    std::vector<BoundPair>& new_bounds,
-                                                   std::vector<Value>& new_integrality) {
+                                                   std::vector<std::uint8_t>& new_integrality) {
   const std::string name = py_str(decl.at("name"));
   record_column(name, static_cast<std::int64_t>(names.size()));
   names.push_back(name);
   const TypeDefaults d = default_bounds_for_type(decl.get("var_type"));
   new_bounds.push_back({d.lower, d.upper});
-  new_integrality.push_back(Value::integer(d.integer));
+  new_integrality.push_back(static_cast<std::uint8_t>(d.integer));
 }
 
 void Generator::handle_indexed_variable_declaration(const Map& decl, std::vector<std::string>& names,
                                                     std::vector<BoundPair>& new_bounds,
-                                                    std::vector<Value>& new_integrality) {
+                                                    std::vector<std::uint8_t>& new_integrality) {
   const std::string name = py_str(decl.at("name"));
   const Value& dims = decl.at("dimensions");
   log_.debug([&] {
@@ -218,7 +218,7 @@ void Generator::handle_indexed_variable_declaration(const Map& decl, std::vector
     if (lower_bound != nullptr) pair.lower = eval_decl_bound(*lower_bound, env);
     if (upper_bound != nullptr) pair.upper = eval_decl_bound(*upper_bound, env);
     new_bounds.push_back(std::move(pair));
-    new_integrality.push_back(Value::integer(defaults.integer));
+    new_integrality.push_back(static_cast<std::uint8_t>(defaults.integer));
   };
   ValueVec iter_names;
   const Value iterators = decl.get("iterators", empty_list());

@@ -18,8 +18,11 @@ class ObjectiveSense(str, Enum):
 
 
 def _as_array(values, dtype):
-    # The engine hands over raw native-order bytes, viewed in place (the
-    # sequence is read-only); anything else is a sequence.
+    # The engine hands over raw native-order bytes, or a typed memoryview of
+    # them (32-bit column numbers), viewed in place (the sequence is
+    # read-only); anything else is a sequence.
+    if isinstance(values, memoryview):
+        return np.asarray(values)
     if isinstance(values, (bytes, bytearray)):
         return np.frombuffer(values, dtype=dtype)
     return np.asarray(values, dtype=dtype)

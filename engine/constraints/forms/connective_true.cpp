@@ -93,7 +93,7 @@ std::int64_t new_or_flag(Generator& gen, std::size_t dj_idx) {
   const std::int64_t column = gen.add_column(name);
   gen.bounds.push_back({Value::integer(0), Value::integer(1)});
   if (!gen.integrality) gen.integrality.emplace();
-  gen.integrality->push_back(Value::integer(1));
+  gen.integrality->push_back(1);
   if (gen.c.size() < gen.var_names.size()) gen.c.push_back(0.0);
   return column;
 }
