@@ -50,6 +50,8 @@ class TripletLine : public CodeLines::Block {
       : prefix_(std::move(prefix)), rows_(rows), n_rows_(n_rows), part_(part) {}
   CodeLines::Source source() const override { return CodeLines::Source::kRows; }
   std::size_t size() const override { return 1; }
+  std::string_view head(std::size_t /*k*/) const override { return prefix_; }
+  bool same_head() const override { return true; }
   void render(std::size_t /*k*/, std::string& out) const override {
     out += prefix_;
     out += '[';
@@ -123,26 +125,23 @@ void Generator::_build_constraints() {
   }
   builder.lossy.report(log_);
   publish_rows(std::move(builder.eq), std::move(builder.ub));
-  // Constraints may have added columns: the metadata lines are rewritten,
-  // the first matching prefix deciding each line.
-  std::array<MetaRender, 4> renders;
-  for (std::size_t i = 0; i < scipy_code_lines.size(); ++i) {
-    if (scipy_code_lines.in_block(i)) continue;  // blocks hold no metadata line
-    const std::string& line = scipy_code_lines.plain(i);
-    if (line.starts_with(metadata_prefix(MetaLine::kVarNames))) {
-      rewrite_metadata_line(i, MetaLine::kVarNames, false, renders[0]);
-    } else if (line.starts_with(metadata_prefix(MetaLine::kBounds))) {
-      rewrite_metadata_line(i, MetaLine::kBounds, true, renders[1]);
-    } else if (line.starts_with(metadata_prefix(MetaLine::kIntegrality))) {
-      rewrite_metadata_line(i, MetaLine::kIntegrality, false, renders[2]);
-    } else if (line.starts_with(metadata_prefix(MetaLine::kC))) {
-      if (c.size() != var_names.size()) {
-        c.resize(var_names.size(), 0.0);
-        renders[3] = {};
-      }
-      rewrite_metadata_line(i, MetaLine::kC, false, renders[3]);
-    }
+  // Constraints may have added columns: the metadata lines are rewritten.
+  // No line starts with two of the prefixes, so each kind is found alone.
+  for (const std::size_t i : scipy_code_lines.find_prefixed(metadata_prefix(MetaLine::kVarNames))) {
+    rewrite_metadata_line(i, MetaLine::kVarNames, false);
   }
+  for (const std::size_t i : scipy_code_lines.find_prefixed(metadata_prefix(MetaLine::kBounds))) {
+    rewrite_metadata_line(i, MetaLine::kBounds, true);
+  }
+  for (const std::size_t i : scipy_code_lines.find_prefixed(metadata_prefix(MetaLine::kIntegrality))) {
+    rewrite_metadata_line(i, MetaLine::kIntegrality, false);
+  }
+  const std::vector<std::size_t> c_lines = scipy_code_lines.find_prefixed(metadata_prefix(MetaLine::kC));
+  if (!c_lines.empty()) {
+    if (c.size() > var_names.size()) scipy_code_lines.materialize(CodeLines::Source::kColumnLists);
+    c.resize(var_names.size(), 0.0);
+  }
+  for (const std::size_t i : c_lines) rewrite_metadata_line(i, MetaLine::kC, false);
 }
 
 void Generator::_finalize_constraint_state(const ConstraintBuildState& state) {

@@ -53,6 +53,8 @@ void Generator::_build_objective() {
   if (sense.is_str() && sense.as_str() == "maximize") {
     for (double& v : vec) v = -v;
   }
+  // A c line of an earlier build prints from the old list: fix its text first.
+  scipy_code_lines.materialize(CodeLines::Source::kColumnLists);
   c = std::move(vec);
   add_metadata_line(MetaLine::kC);
   _add_code_line("objective_offset = " + py_repr_float(py_float(obj_const_offset)));

@@ -12,14 +12,14 @@ namespace kolva {
 class BoundValue {
  public:
   BoundValue() = default;
-  BoundValue(const Value& v);  // NOLINT(google-explicit-constructor): a bound is a Value
+  BoundValue(const Value& v);  // NOLINT(*-explicit-constructor): a bound is a Value
   BoundValue(const BoundValue& other);
   BoundValue(BoundValue&& other) noexcept;
   BoundValue& operator=(const BoundValue& other);
   BoundValue& operator=(BoundValue&& other) noexcept;
   ~BoundValue();
 
-  operator Value() const { return value(); }  // NOLINT(google-explicit-constructor)
+  operator Value() const { return value(); }  // NOLINT(*-explicit-constructor)
   Value value() const;
 
  private:
@@ -27,7 +27,10 @@ class BoundValue {
   void release();
   void copy_from(const BoundValue& other);
 
-  Value* other() const { return reinterpret_cast<Value*>(static_cast<std::uintptr_t>(bits_)); }
+  // The bits hold the address only for the rare bound that is not a number.
+  Value* other() const {
+    return reinterpret_cast<Value*>(static_cast<std::uintptr_t>(bits_));
+  }  // NOLINT(performance-no-int-to-ptr)
 
   Tag tag_ = Tag::kNone;
   // The int, the float's bits, or the address of the heap Value.

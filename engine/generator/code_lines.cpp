@@ -48,17 +48,98 @@ std::string CodeLines::line(std::size_t i) const {
   const auto [slot, position] = locate(i);
   if (position == std::string::npos) return plain_[slot];
   std::string out;
-  blocks_[static_cast<std::size_t>(std::find_if(blocks_.begin(), blocks_.end(),
-                                                [slot](const Placed& p) { return p.slot == slot; }) -
-                                   blocks_.begin())]
-      .block->render(position, out);
+  placed_at(slot).block->render(position, out);
   return out;
 }
+
+namespace {
+
+// What a line's known head says about `prefix`: yes, no, or "print it".
+enum class HeadSays : unsigned char { kYes, kNo, kPrint };
+
+HeadSays head_says(std::string_view head, std::string_view prefix) {
+  const std::size_t n = std::min(head.size(), prefix.size());
+  if (head.substr(0, n) != prefix.substr(0, n)) return HeadSays::kNo;
+  return prefix.size() <= head.size() ? HeadSays::kYes : HeadSays::kPrint;
+}
+
+bool block_line_starts_with(const CodeLines::Block& block, std::size_t k, std::string_view prefix) {
+  switch (head_says(block.head(k), prefix)) {
+    case HeadSays::kYes:
+      return true;
+    case HeadSays::kNo:
+      return false;
+    case HeadSays::kPrint:
+      break;
+  }
+  std::string text;
+  block.render(k, text);
+  return text.starts_with(prefix);
+}
+
+}  // namespace
 
 bool CodeLines::starts_with(std::size_t i, std::string_view prefix) const {
   const auto [slot, position] = locate(i);
   if (position == std::string::npos) return plain_[slot].starts_with(prefix);
-  return line(i).starts_with(prefix);
+  return block_line_starts_with(*placed_at(slot).block, position, prefix);
+}
+
+std::vector<std::size_t> CodeLines::find_prefixed(std::string_view prefix) const {
+  std::vector<std::size_t> out;
+  std::size_t slot = 0;
+  std::size_t index = 0;
+  const auto plain_until = [&](std::size_t end) {
+    for (; slot < end; ++slot, ++index) {
+      if (plain_[slot].starts_with(prefix)) out.push_back(index);
+    }
+  };
+  for (const Placed& placed : blocks_) {
+    plain_until(placed.slot);
+    const Block& block = *placed.block;
+    const HeadSays uniform = block.same_head() ? head_says(block.head(0), prefix) : HeadSays::kPrint;
+    for (std::size_t k = 0; k < block.size(); ++k, ++index) {
+      if (uniform == HeadSays::kNo) {
+        index += block.size() - k;
+        break;
+      }
+      if (uniform == HeadSays::kYes || block_line_starts_with(block, k, prefix)) out.push_back(index);
+    }
+    ++slot;
+  }
+  plain_until(plain_.size());
+  return out;
+}
+
+namespace {
+
+template <typename Blocks>
+auto block_in_slot(Blocks& blocks, std::size_t slot) {
+  return std::lower_bound(blocks.begin(), blocks.end(), slot,
+                          [](const auto& p, std::size_t s) { return p.slot < s; });
+}
+
+}  // namespace
+
+const CodeLines::Placed& CodeLines::placed_at(std::size_t slot) const {
+  return *block_in_slot(blocks_, slot);
+}
+
+void CodeLines::set_block(std::size_t i, std::unique_ptr<const Block> block) {
+  if (block->size() != 1) raise(ErrorKind::kValue, "a line can only become a one-line block");
+  const auto [slot, position] = locate(i);
+  if (position == std::string::npos) {
+    std::string().swap(plain_[slot]);
+    blocks_.insert(block_in_slot(blocks_, slot), Placed{slot, i, std::move(block)});
+    return;
+  }
+  Placed& placed = *block_in_slot(blocks_, slot);
+  if (placed.block->size() != 1) {
+    materialize(placed.block->source());
+    set_block(i, std::move(block));
+    return;
+  }
+  placed.block = std::move(block);
 }
 
 std::string CodeLines::join() const {

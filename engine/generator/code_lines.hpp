@@ -18,7 +18,7 @@ namespace kolva {
 class CodeLines {
  public:
   // The generator state a block prints from.
-  enum class Source : unsigned char { kVarNames, kRows };
+  enum class Source : unsigned char { kVarNames, kRows, kColumnLists };
 
   class Block {
    public:
@@ -30,17 +30,26 @@ class CodeLines {
     virtual std::size_t size() const = 0;
     // Appends line k of the block to `out`.
     virtual void render(std::size_t k, std::string& out) const = 0;
+    // Text that line k is known to start with, so a prefix test need not
+    // print the line.
+    virtual std::string_view head(std::size_t /*k*/) const { return {}; }
+    // Whether every line has the head of line 0.
+    virtual bool same_head() const { return false; }
   };
 
   std::size_t size() const { return size_; }
   void push_back(std::string line);
   void push_block(std::unique_ptr<const Block> block);
+  // Line i becomes the one line of `block`.
+  void set_block(std::size_t i, std::unique_ptr<const Block> block);
 
   // A line that is not part of a block, to read or replace in place.
   std::string& plain(std::size_t i);
   bool in_block(std::size_t i) const;
   std::string line(std::size_t i) const;
   bool starts_with(std::size_t i, std::string_view prefix) const;
+  // Indices of the lines that start with `prefix`, in order.
+  std::vector<std::size_t> find_prefixed(std::string_view prefix) const;
 
   // Calls visit(index, text) for every line in order.
   template <typename Visit>
@@ -75,6 +84,7 @@ class CodeLines {
   };
   // (slot, position in the block) of line i; position is npos for a plain line.
   std::pair<std::size_t, std::size_t> locate(std::size_t i) const;
+  const Placed& placed_at(std::size_t slot) const;
 
   std::vector<std::string> plain_;
   std::vector<Placed> blocks_;

@@ -145,17 +145,14 @@ class Generator {
 
   // --- the per-column metadata lines of the script (generator/) ---
   enum class MetaLine : std::uint8_t { kVarNames = 0, kBounds = 1, kIntegrality = 2, kC = 3 };
-  struct MetaRender {
-    std::optional<std::uint64_t> hash;
-    std::optional<std::string> text;
-  };
   static std::string_view metadata_prefix(MetaLine kind);
-  std::uint64_t metadata_hash(MetaLine kind) const;
-  std::string metadata_text(MetaLine kind, bool tuple_bounds) const;
+  // A line that prints the list as it stands now (its first n entries).
+  std::unique_ptr<const CodeLines::Block> metadata_block(MetaLine kind, bool tuple_bounds,
+                                                         std::string prefix) const;
   void add_metadata_line(MetaLine kind);
-  // Sets line `index` to the current text of `kind`, printing the list only
-  // if it changed since the line was last written in that form.
-  void rewrite_metadata_line(std::size_t index, MetaLine kind, bool tuple_bounds, MetaRender& render);
+  // Line `index` becomes the current text of `kind`; the bounds optionally
+  // with each pair in round brackets.
+  void rewrite_metadata_line(std::size_t index, MetaLine kind, bool tuple_bounds);
 
   // --- constraint rows (constraints/) ---
   void _finalize_constraint_state(const ConstraintBuildState& state);
@@ -322,15 +319,6 @@ class Generator {
   std::unordered_map<const Map*, MapPtr> identity_nodes_;
   // The last counter _ensure_aux_binary used per base name.
   std::unordered_map<std::string, std::int64_t> aux_counters_;
-  struct LineStamp {
-    std::size_t line = 0;
-    std::uint64_t hash = 0;
-    bool tuple_bounds = false;
-    bool valid = false;
-  };
-  std::array<LineStamp, 4> stamps_{};
-  LineStamp stashed_bounds_;
-  std::string stashed_bounds_text_;
   // Set once any name is recorded for a second column: layouts are then not
   // trusted, since the name may point to a later column.
   bool names_reassigned_ = false;

@@ -8,7 +8,7 @@ namespace kolva {
 namespace {
 
 template <typename T, typename Append>
-std::string list_text(const std::vector<T>& items, Append append) {
+std::string list_text(std::span<const T> items, Append append) {
   std::string out = "[";
   for (std::size_t i = 0; i < items.size(); ++i) {
     if (i > 0) out += ", ";
@@ -22,7 +22,7 @@ std::string list_text(const std::vector<T>& items, Append append) {
 
 }  // namespace
 
-std::string bounds_text(const std::vector<BoundPair>& bounds) {
+std::string bounds_text(std::span<const BoundPair> bounds) {
   return list_text(bounds, [](std::string& out, const BoundPair& pair) {
     out += '[';
     append_str(out, pair.lower);
@@ -32,7 +32,7 @@ std::string bounds_text(const std::vector<BoundPair>& bounds) {
   });
 }
 
-std::string tuple_bounds_text(const std::vector<BoundPair>& bounds) {
+std::string tuple_bounds_text(std::span<const BoundPair> bounds) {
   return list_text(bounds, [](std::string& out, const BoundPair& pair) {
     out += '(';
     append_str(out, pair.lower);
@@ -42,19 +42,19 @@ std::string tuple_bounds_text(const std::vector<BoundPair>& bounds) {
   });
 }
 
-std::string names_text(const std::vector<std::string>& names) {
+std::string names_text(std::span<const std::string> names) {
   return list_text(names, [](std::string& out, const std::string& n) { out += py_repr_str(n); });
 }
 
-std::string values_text(const std::vector<Value>& values) {
+std::string values_text(std::span<const Value> values) {
   return list_text(values, [](std::string& out, const Value& v) { append_repr(out, v); });
 }
 
-std::string flags_text(const std::vector<std::uint8_t>& flags) {
+std::string flags_text(std::span<const std::uint8_t> flags) {
   return list_text(flags, [](std::string& out, std::uint8_t v) { out += std::to_string(v); });
 }
 
-std::string floats_text(const std::vector<double>& values) {
+std::string floats_text(std::span<const double> values) {
   return list_text(values, [](std::string& out, double v) { out += py_repr_float(v); });
 }
 

@@ -72,6 +72,8 @@ void Generator::_reconcile_problem_metadata() {
   if (c.size() < var_names.size()) {
     c.resize(var_names.size(), 0.0);
   } else if (c.size() > var_names.size()) {
+    // A line printing c may still count the entries cut here.
+    scipy_code_lines.materialize(CodeLines::Source::kColumnLists);
     c.resize(var_names.size());
   }
 }
@@ -84,15 +86,11 @@ void Generator::_refresh_problem_metadata_code_lines() {
   // appended; a line can match more than one prefix only in theory.
   constexpr std::array<MetaLine, 4> kKinds = {MetaLine::kVarNames, MetaLine::kBounds, MetaLine::kIntegrality,
                                               MetaLine::kC};
-  std::array<MetaRender, 4> renders;
   std::array<bool, 4> found{};
-  for (std::size_t i = 0; i < scipy_code_lines.size(); ++i) {
-    if (scipy_code_lines.in_block(i)) continue;  // blocks hold no metadata line
-    for (const MetaLine kind : kKinds) {
-      const auto k = static_cast<std::size_t>(kind);
-      if (!scipy_code_lines.plain(i).starts_with(metadata_prefix(kind))) continue;
-      rewrite_metadata_line(i, kind, false, renders[k]);
-      found[k] = true;
+  for (const MetaLine kind : kKinds) {
+    for (const std::size_t i : scipy_code_lines.find_prefixed(metadata_prefix(kind))) {
+      rewrite_metadata_line(i, kind, false);
+      found[static_cast<std::size_t>(kind)] = true;
     }
   }
   for (const MetaLine kind : kKinds) {

@@ -111,6 +111,7 @@ void Generator::_build_variables() {
   // Alias blocks of an earlier build print from the names they were made
   // with; they become plain lines before those names are replaced.
   scipy_code_lines.materialize(CodeLines::Source::kVarNames);
+  scipy_code_lines.materialize(CodeLines::Source::kColumnLists);
   var_names = std::move(names);
   bounds = std::move(new_bounds);
   integrality = std::move(new_integrality);
@@ -130,6 +131,8 @@ class AliasBlock : public CodeLines::Block {
       : names_(names), first_(first), count_(count) {}
   CodeLines::Source source() const override { return CodeLines::Source::kVarNames; }
   std::size_t size() const override { return count_; }
+  std::string_view head(std::size_t /*k*/) const override { return "# Alias: "; }
+  bool same_head() const override { return true; }
   void render(std::size_t k, std::string& out) const override {
     std::string_view base;
     std::string_view idx;
