@@ -29,8 +29,9 @@ class BoundValue {
 
   // The bits hold the address only for the rare bound that is not a number.
   Value* other() const {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr)
     return reinterpret_cast<Value*>(static_cast<std::uintptr_t>(bits_));
-  }  // NOLINT(performance-no-int-to-ptr)
+  }
 
   Tag tag_ = Tag::kNone;
   // The int, the float's bits, or the address of the heap Value.
