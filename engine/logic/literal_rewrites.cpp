@@ -19,10 +19,16 @@ namespace {
 using logic::column_of;
 using logic::type_of;
 
-bool is_bool_comparison(const Value& node, bool allow_not_equal) {
+bool is_bool_comparison(const Value& node) {
   if (type_of(node) != "binop" || py_str(node.as_map()->get("sem_type")) != "boolean") return false;
   const std::string op = logic::op_of(node);
-  return op == "<=" || op == ">=" || op == "==" || (allow_not_equal && op == "!=");
+  return op == "<=" || op == ">=" || op == "==" || op == "!=";
+}
+
+// `cmp == true` (or false) with cmp a Boolean comparison other than < and >.
+bool is_comparison_against(const Map& constr, bool literal) {
+  return py_str(constr.get("op")) == "==" && logic::is_literal(constr.at("right"), literal) &&
+         is_bool_comparison(constr.at("left"));
 }
 
 void post_eq(ConstraintBuilder& b, const std::vector<std::pair<std::int64_t, double>>& assigned, double rhs) {
@@ -58,10 +64,7 @@ Claim parenthesis_stripping(ConstraintBuilder& /*b*/, ConstraintCall& call) {
 Claim comparison_equals_true(ConstraintBuilder& /*b*/, ConstraintCall& call) {
   Map& constr = *call.constr;
   const Value left = constr.at("left");
-  if (py_str(constr.get("op")) != "==" || !logic::is_literal(constr.at("right"), true) ||
-      !is_bool_comparison(left, true)) {
-    return Claim::kPass;
-  }
+  if (!is_comparison_against(constr, true)) return Claim::kPass;
   const Map& cmp = *left.as_map();
   constr.set("op", cmp.get("op"));
   constr.set("left", cmp.get("left"));
@@ -72,10 +75,7 @@ Claim comparison_equals_true(ConstraintBuilder& /*b*/, ConstraintCall& call) {
 Claim comparison_equals_false(ConstraintBuilder& /*b*/, ConstraintCall& call) {
   Map& constr = *call.constr;
   const Value left = constr.at("left");
-  if (py_str(constr.get("op")) != "==" || !logic::is_literal(constr.at("right"), false) ||
-      !is_bool_comparison(left, true)) {
-    return Claim::kPass;
-  }
+  if (!is_comparison_against(constr, false)) return Claim::kPass;
   const Map& cmp = *left.as_map();
   const MapPtr inner = logic::constraint_node(cmp.get("op"), cmp.get("left"), cmp.get("right"));
   constr.set("left", Value::map(logic::make_node({{"type", Value::str("not")},

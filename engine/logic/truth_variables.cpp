@@ -38,16 +38,6 @@ const CoefDict& linear_part(const EvalResult& r) {
   return r.coef;
 }
 
-MapPtr comparison_binop(const Value& op, const Value& left, const Value& right) {
-  MapPtr node = make_map();
-  node->set("type", Value::str("binop"));
-  node->set("op", op);
-  node->set("left", left);
-  node->set("right", right);
-  node->set("sem_type", Value::str("boolean"));
-  return node;
-}
-
 // Rows of the form  sum(sign * E) + z_coef * z <= rhs.
 void add_flag_row(ConstraintBuilder& b, const CoefDict& expr, double sign, std::int64_t z, double z_coef,
                   double rhs) {
@@ -143,7 +133,11 @@ std::optional<std::vector<std::string>> sum_comparison_truth_vars(ConstraintBuil
       const EvalResult cond = gen._eval_expr(index_constraint, &local);
       if (cond.has_vars() || !py_truth(cond.val)) return;
     }
-    const MapPtr instance = comparison_binop(cmp.get("op"), cmp.get("left"), cmp.get("right"));
+    const MapPtr instance = make_node({{"type", Value::str("binop")},
+                                       {"op", cmp.get("op")},
+                                       {"left", cmp.get("left")},
+                                       {"right", cmp.get("right")},
+                                       {"sem_type", Value::str("boolean")}});
     z_names.push_back(comparison_truth_var(b, Value::map(instance), local));
   });
   return z_names;

@@ -217,6 +217,26 @@ bool is_threshold_on_linear_sum(const Value& node) {
   return type_of(s) == "sum" && !logic::is_simple_comparison(s.as_map()->get("expression"));
 }
 
+// `sum(...) (cmp) op number`: the early form takes >= and == and reads no
+// filter; the later one takes every operator, reads the filter, and moves a
+// strict bound by the same small margin as a weighted sum.
+Claim count_against_number(ConstraintBuilder& b, ConstraintCall& call, bool later_form) {
+  const Map& constr = *call.constr;
+  const std::string op = py_str(constr.get("op"));
+  const Value right = unwrap_paren(constr.at("right"));
+  const std::optional<CountOfComparisons> count = count_of_comparisons(constr.at("left"));
+  const bool op_taken = later_form ? is_count_op(op) : (op == ">=" || op == "==");
+  if (!count || !logic::is_num(right) || !op_taken) return Claim::kPass;
+  double k = py_float(right.as_map()->get("value"));
+  if (later_form && op == ">") k += kWeightedEps;
+  if (later_form && op == "<") k -= kWeightedEps;
+  const std::vector<std::int64_t> columns = term_binaries(b, *count, call.env, later_form);
+  LocalRow row;
+  for (const std::int64_t col : columns) row.add(col, 1.0);
+  store_count_row(b, row, op, k);
+  return Claim::kDone;
+}
+
 }  // namespace
 
 Claim boolean_variable_equals_threshold_on_sum(ConstraintBuilder& b, ConstraintCall& call) {
@@ -279,35 +299,11 @@ Claim weighted_boolean_sum_late(ConstraintBuilder& b, ConstraintCall& call) {
 }
 
 Claim sum_of_comparisons(ConstraintBuilder& b, ConstraintCall& call) {
-  const Map& constr = *call.constr;
-  const std::string op = py_str(constr.get("op"));
-  const Value right = unwrap_paren(constr.at("right"));
-  const std::optional<CountOfComparisons> count = count_of_comparisons(constr.at("left"));
-  if (!count || !logic::is_num(right) || (op != ">=" && op != "==")) return Claim::kPass;
-  const double k = py_float(right.as_map()->get("value"));
-  const std::vector<std::int64_t> columns = term_binaries(b, *count, call.env, false);
-  LocalRow row;
-  for (const std::int64_t col : columns) row.add(col, 1.0);
-  store_count_row(b, row, op, k);
-  return Claim::kDone;
+  return count_against_number(b, call, false);
 }
 
 Claim sum_of_comparisons_any_op(ConstraintBuilder& b, ConstraintCall& call) {
-  const Map& constr = *call.constr;
-  const std::string op = py_str(constr.get("op"));
-  const Value right = unwrap_paren(constr.at("right"));
-  const std::optional<CountOfComparisons> count = count_of_comparisons(constr.at("left"));
-  if (!count || !logic::is_num(right) || !is_count_op(op)) return Claim::kPass;
-  double k = py_float(right.as_map()->get("value"));
-  // The count is an integer: a strict bound moves by the same small margin
-  // as a weighted sum's.
-  if (op == ">") k += kWeightedEps;
-  if (op == "<") k -= kWeightedEps;
-  const std::vector<std::int64_t> columns = term_binaries(b, *count, call.env, true);
-  LocalRow row;
-  for (const std::int64_t col : columns) row.add(col, 1.0);
-  store_count_row(b, row, op, k);
-  return Claim::kDone;
+  return count_against_number(b, call, true);
 }
 
 Claim name_equals_sum_of_comparisons(ConstraintBuilder& b, ConstraintCall& call) {

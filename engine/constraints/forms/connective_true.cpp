@@ -7,6 +7,7 @@
 #include <string>
 
 #include "constraints/forms/forms.hpp"
+#include "logic/node_tests.hpp"
 #include "model/repr.hpp"
 #include "model/semantics.hpp"
 
@@ -20,21 +21,12 @@ Value strip_parens(Value node) {
   return node;
 }
 
-MapPtr comparison_constraint(const Value& op, const Value& left, const Value& right) {
-  MapPtr c = make_map();
-  c->set("type", Value::str("constraint"));
-  c->set("op", op);
-  c->set("left", left);
-  c->set("right", right);
-  return c;
-}
-
 MapPtr equals_true(const Value& node) {
   MapPtr t = make_map();
   t->set("type", Value::str("boolean_literal"));
   t->set("value", Value::boolean(true));
   t->set("sem_type", Value::str("boolean"));
-  return comparison_constraint(Value::str("=="), node, Value::map(t));
+  return logic::constraint_node(Value::str("=="), node, Value::map(t));
 }
 
 void emit_conj(ConstraintBuilder& b, const Value& node_in, const Env& env) {
@@ -47,7 +39,7 @@ void emit_conj(ConstraintBuilder& b, const Value& node_in, const Env& env) {
     b.handle_constraint(equals_true(node), env);
   } else if (Generator::_is_linear_comparison(node)) {
     const Map& n = *node.as_map();
-    b.handle_constraint(comparison_constraint(n.at("op"), n.at("left"), n.at("right")), env);
+    b.handle_constraint(logic::constraint_node(n.at("op"), n.at("left"), n.at("right")), env);
   } else {
     throw Generator::_unsupported_type_error("boolean leaf", py_str(node));
   }
