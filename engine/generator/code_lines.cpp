@@ -33,25 +33,6 @@ std::pair<std::size_t, std::size_t> CodeLines::locate(std::size_t i) const {
   return {placed.slot + 1 + (offset - placed.block->size()), std::string::npos};
 }
 
-bool CodeLines::in_block(std::size_t i) const { return locate(i).second != std::string::npos; }
-
-std::string& CodeLines::plain(std::size_t i) {
-  const auto [slot, position] = locate(i);
-  if (position != std::string::npos) {
-    materialize();
-    return plain_[i];
-  }
-  return plain_[slot];
-}
-
-std::string CodeLines::line(std::size_t i) const {
-  const auto [slot, position] = locate(i);
-  if (position == std::string::npos) return plain_[slot];
-  std::string out;
-  placed_at(slot).block->render(position, out);
-  return out;
-}
-
 namespace {
 
 // What a line's known head says about `prefix`: yes, no, or "print it".
@@ -78,12 +59,6 @@ bool block_line_starts_with(const CodeLines::Block& block, std::size_t k, std::s
 }
 
 }  // namespace
-
-bool CodeLines::starts_with(std::size_t i, std::string_view prefix) const {
-  const auto [slot, position] = locate(i);
-  if (position == std::string::npos) return plain_[slot].starts_with(prefix);
-  return block_line_starts_with(*placed_at(slot).block, position, prefix);
-}
 
 std::vector<std::size_t> CodeLines::find_prefixed(std::string_view prefix) const {
   std::vector<std::size_t> out;
@@ -121,10 +96,6 @@ auto block_in_slot(Blocks& blocks, std::size_t slot) {
 
 }  // namespace
 
-const CodeLines::Placed& CodeLines::placed_at(std::size_t slot) const {
-  return *block_in_slot(blocks_, slot);
-}
-
 void CodeLines::set_block(std::size_t i, std::unique_ptr<const Block> block) {
   if (block->size() != 1) raise(ErrorKind::kValue, "a line can only become a one-line block");
   const auto [slot, position] = locate(i);
@@ -160,13 +131,6 @@ std::vector<std::string> CodeLines::to_vector() const {
   out.reserve(size_);
   for_each([&out](std::size_t, std::string_view text) { out.emplace_back(text); });
   return out;
-}
-
-void CodeLines::materialize() {
-  if (blocks_.empty()) return;
-  std::vector<std::string> lines = to_vector();
-  blocks_.clear();
-  plain_ = std::move(lines);
 }
 
 void CodeLines::materialize(Source source) {

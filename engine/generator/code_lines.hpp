@@ -43,11 +43,6 @@ class CodeLines {
   // Line i becomes the one line of `block`.
   void set_block(std::size_t i, std::unique_ptr<const Block> block);
 
-  // A line that is not part of a block, to read or replace in place.
-  std::string& plain(std::size_t i);
-  bool in_block(std::size_t i) const;
-  std::string line(std::size_t i) const;
-  bool starts_with(std::size_t i, std::string_view prefix) const;
   // Indices of the lines that start with `prefix`, in order.
   std::vector<std::size_t> find_prefixed(std::string_view prefix) const;
 
@@ -72,8 +67,7 @@ class CodeLines {
   // The lines joined by newlines.
   std::string join() const;
   std::vector<std::string> to_vector() const;
-  // Prints every block into plain lines, or only those reading `source`.
-  void materialize();
+  // Prints the blocks that read `source` into plain lines.
   void materialize(Source source);
 
  private:
@@ -84,7 +78,6 @@ class CodeLines {
   };
   // (slot, position in the block) of line i; position is npos for a plain line.
   std::pair<std::size_t, std::size_t> locate(std::size_t i) const;
-  const Placed& placed_at(std::size_t slot) const;
 
   std::vector<std::string> plain_;
   std::vector<Placed> blocks_;
