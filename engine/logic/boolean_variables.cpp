@@ -15,30 +15,13 @@
 #include <string>
 
 #include "logic/keys.hpp"
+#include "logic/node_tests.hpp"
 #include "logic/truth_variables.hpp"
 #include "model/repr.hpp"
 #include "model/semantics.hpp"
 
 namespace kolva::logic {
 namespace {
-
-std::string_view type_of(const Value& v) { return v.is_map() ? node_type(*v.as_map()) : std::string_view(); }
-
-bool is_name_node(const Value& v) {
-  const std::string_view type = type_of(v);
-  return type == "name" || type == "indexed_name";
-}
-
-bool is_zero_or_one_number(const Value& v) {
-  if (type_of(v) != "number") return false;
-  const Value value = v.as_map()->get("value");
-  return py_eq(value, Value::integer(0)) || py_eq(value, Value::integer(1));
-}
-
-Value strip_parens(Value node) {
-  while (type_of(node) == "parenthesized_expression") node = node.as_map()->get("expression");
-  return node;
-}
 
 struct Keys {
   Value memo;
@@ -50,19 +33,13 @@ void record(ConstraintBuilder& b, const Keys& keys, const std::string& name) {
   b.ctx.expr_memo->set(keys.memo, Value::str(name));
 }
 
-std::int64_t column(Generator& gen, const std::string& name) {
-  const std::optional<std::int64_t> col = gen.var_indices.find(name);
-  if (!col) raise(ErrorKind::kKey, py_repr(Value::str(name)));
-  return *col;
-}
-
 // z + v == 1: z holds the negation of v.
 std::string negation_of(ConstraintBuilder& b, const std::string& v) {
   Generator& gen = b.gen;
   const std::string z = new_bool_aux_var(gen);
   LocalRow row;
-  row.add(column(gen, z), 1.0);
-  row.add(column(gen, v), 1.0);
+  row.add(column_of(gen, z), 1.0);
+  row.add(column_of(gen, v), 1.0);
   b.store_eq(row, 1.0);
   b.ctx.neg_cache->set(Value::str(v), Value::str(z));
   return z;
@@ -100,9 +77,9 @@ std::string boolean_inequality(ConstraintBuilder& b, const Map& n, const Env& en
   const std::string y = bool_expr_var(b, n.get("right"), env);
   const std::string z = new_bool_aux_var(gen);
   b.note_lossy(LossyConstruct::kBooleanNotEqual);
-  const std::int64_t zc = column(gen, z);
-  const std::int64_t xc = column(gen, x);
-  const std::int64_t yc = column(gen, y);
+  const std::int64_t zc = column_of(gen, z);
+  const std::int64_t xc = column_of(gen, x);
+  const std::int64_t yc = column_of(gen, y);
   const auto row = [&](double zv, double xv, double yv, double rhs) {
     LocalRow r;
     r.set(zc, zv);
@@ -159,7 +136,7 @@ std::string connective(ConstraintBuilder& b, const Value& node, const Env& env, 
   std::vector<Value> tie_vars;
   std::array<Value, 2> operands = {n.get("left"), n.get("right")};
   for (Value& operand : operands) {
-    const Value inner = strip_parens(operand);
+    const Value inner = strip_all_parens(operand);
     if (type_of(inner) != "binop" || py_str(inner.as_map()->get("op")) != "==") continue;
     const Value l = inner.as_map()->get("left");
     const Value r = inner.as_map()->get("right");
@@ -179,9 +156,9 @@ std::string connective(ConstraintBuilder& b, const Value& node, const Env& env, 
     result = left_v;
   } else {
     result = new_bool_aux_var(gen);
-    const std::int64_t zc = column(gen, result);
-    const std::int64_t lc = column(gen, left_v);
-    const std::int64_t rc = column(gen, right_v);
+    const std::int64_t zc = column_of(gen, result);
+    const std::int64_t lc = column_of(gen, left_v);
+    const std::int64_t rc = column_of(gen, right_v);
     const double s = is_and ? 1.0 : -1.0;
     LocalRow first;
     first.add(zc, s);
@@ -204,29 +181,13 @@ std::string connective(ConstraintBuilder& b, const Value& node, const Env& env, 
 
 }  // namespace
 
-std::string variable_name(Generator& gen, const Value& node, const Env& env) {
-  if (type_of(node) == "indexed_name") return gen._multi_indexed_var_name(node, env, nullptr);
-  return py_str(node.as_map()->at("value"));
-}
-
-bool is_bool_var_node(const Value& node) {
-  return is_name_node(node) && py_str(node.as_map()->get("sem_type")) == "boolean";
-}
-
-bool is_bool_composite_node(const Value& node, bool include_not) {
-  if (!node.is_map() || py_str(node.as_map()->get("sem_type")) != "boolean") return false;
-  const std::string_view type = type_of(node);
-  return type == "and" || type == "or" || type == "binop" || type == "parenthesized_expression" ||
-         (include_not && type == "not");
-}
-
 bool is_bool_expr(const Value& node) {
   if (!node.is_map()) return false;
   const Map& n = *node.as_map();
   const std::string_view type = node_type(n);
   if (py_str(n.get("sem_type")) == "boolean" || type == "boolean_literal") return true;
   if (type == "constraint" && py_str(n.get("op")) == "==") {
-    return is_name_node(n.get("left")) || is_name_node(n.get("right"));
+    return is_var(n.get("left")) || is_var(n.get("right"));
   }
   return type == "and" || type == "or" || type == "not";
 }
@@ -250,8 +211,8 @@ std::pair<std::string, int> atomic_bool_var(Generator& gen, const Value& node, c
       const int polarity = py_eq(number.as_map()->get("value"), Value::integer(1)) ? 1 : -1;
       return std::make_pair(variable_name(gen, var, env), polarity);
     };
-    if (is_name_node(left) && is_zero_or_one_number(right)) return read(left, right);
-    if (is_name_node(right) && is_zero_or_one_number(left)) return read(right, left);
+    if (is_var(left) && is_number_01(right)) return read(left, right);
+    if (is_var(right) && is_number_01(left)) return read(right, left);
   }
   raise_semantic("Unsupported atomic boolean literal");
 }

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "constraints/constraint_builder.hpp"
+#include "logic/node_tests.hpp"
 
 // Boolean expression variables: one binary whose value equals the truth of a
 // Boolean tree, linked to its parts by rows. Equal trees share a variable
@@ -20,10 +21,5 @@ std::pair<std::string, int> atomic_bool_var(Generator& gen, const Value& node, c
 // A map with sem_type "boolean", a Boolean literal, `x == ...` over a
 // variable node, or and/or/not.
 bool is_bool_expr(const Value& node);
-// A name or indexed name with sem_type "boolean".
-bool is_bool_var_node(const Value& node);
-bool is_bool_composite_node(const Value& node, bool include_not);
-// The name of a variable node: the resolved subscripted name, or `value`.
-std::string variable_name(Generator& gen, const Value& node, const Env& env);
 
 }  // namespace kolva::logic

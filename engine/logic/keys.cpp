@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "logic/node_tests.hpp"
 #include "model/repr.hpp"
 #include "model/semantics.hpp"
 
@@ -11,19 +12,6 @@ namespace kolva::logic {
 namespace {
 
 Value tuple_of(std::initializer_list<Value> items) { return Value::tuple(ValueVec(items)); }
-
-Value strip_parens(Value node) {
-  while (node.is_map() && node_type(*node.as_map()) == "parenthesized_expression") {
-    node = node.as_map()->get("expression");
-  }
-  return node;
-}
-
-bool is_name_node(const Value& v) {
-  if (!v.is_map()) return false;
-  const std::string_view type = node_type(*v.as_map());
-  return type == "name" || type == "indexed_name";
-}
 
 int kind_rank(const Value& v) {
   if (v.is_none()) return 0;
@@ -68,30 +56,6 @@ Value sum_key(Generator& gen, const Map& node, const Env& env) {
                    bound_key(gen, node.get("index_constraint"), env)});
 }
 
-// The name of a variable node: the resolved subscripted name, or `value`.
-Value variable_of(Generator& gen, const Value& node, const Env& env) {
-  if (node_type(*node.as_map()) == "indexed_name") {
-    return Value::str(gen._multi_indexed_var_name(node, env, nullptr));
-  }
-  return node.as_map()->at("value");
-}
-
-bool is_zero_or_one_number(const Value& v) {
-  if (!v.is_map() || node_type(*v.as_map()) != "number") return false;
-  const Value value = v.as_map()->get("value");
-  return py_eq(value, Value::integer(0)) || py_eq(value, Value::integer(1));
-}
-
-bool is_boolean_name(const Value& v) {
-  return is_name_node(v) && py_str(v.as_map()->get("sem_type")) == "boolean";
-}
-
-bool is_composite(const Value& v) {
-  if (!v.is_map() || py_str(v.as_map()->get("sem_type")) != "boolean") return false;
-  const std::string_view type = node_type(*v.as_map());
-  return type == "and" || type == "or" || type == "binop" || type == "parenthesized_expression";
-}
-
 }  // namespace
 
 bool key_less(const Value& a, const Value& b) {
@@ -112,7 +76,7 @@ bool key_less(const Value& a, const Value& b) {
 }
 
 Value bound_key(Generator& gen, const Value& node_in, const Env& env) {
-  const Value node = strip_parens(node_in);
+  const Value node = strip_all_parens(node_in);
   if (!node.is_map()) return tuple_of({Value::str("lit"), node});
   const Map& n = *node.as_map();
   const std::string_view type = node_type(n);
@@ -149,18 +113,20 @@ Value comparison_key(Generator& gen, const Value& node, const Env& env) {
 }
 
 Value bool_struct_key(Generator& gen, const Value& node_in, const Env& env) {
-  const Value node = strip_parens(node_in);
+  const Value node = strip_all_parens(node_in);
   if (!node.is_map()) return tuple_of({Value::str("lit"), node});
   const Map& n = *node.as_map();
   const std::string_view type = node_type(n);
   if (type == "constraint" && py_str(n.get("op")) == "==") {
     const Value left = n.get("left");
     const Value right = n.get("right");
-    if (is_name_node(left) && is_zero_or_one_number(right)) {
-      return tuple_of({Value::str("atom"), variable_of(gen, left, env), right.as_map()->get("value")});
+    if (is_var(left) && is_number_01(right)) {
+      return tuple_of(
+          {Value::str("atom"), Value::str(variable_name(gen, left, env)), right.as_map()->get("value")});
     }
-    if (is_name_node(right) && is_zero_or_one_number(left)) {
-      return tuple_of({Value::str("atom"), variable_of(gen, right, env), left.as_map()->get("value")});
+    if (is_var(right) && is_number_01(left)) {
+      return tuple_of(
+          {Value::str("atom"), Value::str(variable_name(gen, right, env)), left.as_map()->get("value")});
     }
   }
   if (type == "not") return tuple_of({Value::str("not"), bool_struct_key(gen, n.get("value"), env)});
@@ -183,11 +149,11 @@ Value bool_struct_key(Generator& gen, const Value& node_in, const Env& env) {
       const Value left = n.get("left");
       const Value right = n.get("right");
       if (op == "==" && left.is_map() && right.is_map()) {
-        if (is_boolean_name(left) && is_composite(right)) {
+        if (is_bool_var_node(left) && is_bool_composite_node(right, false)) {
           return tuple_of(
               {Value::str("eq_link"), bound_key(gen, left, env), bool_struct_key(gen, right, env)});
         }
-        if (is_boolean_name(right) && is_composite(left)) {
+        if (is_bool_var_node(right) && is_bool_composite_node(left, false)) {
           return tuple_of(
               {Value::str("eq_link"), bound_key(gen, right, env), bool_struct_key(gen, left, env)});
         }

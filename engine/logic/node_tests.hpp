@@ -77,6 +77,25 @@ inline bool is_bool_tree(const Value& node) {
   return false;
 }
 
+// A name or indexed name with sem_type "boolean".
+inline bool is_bool_var_node(const Value& node) {
+  return is_var(node) && py_str(node.as_map()->get("sem_type")) == "boolean";
+}
+
+// A Boolean and/or/binop/parenthesized node (and `not` with include_not).
+inline bool is_bool_composite_node(const Value& node, bool include_not) {
+  if (!node.is_map() || py_str(node.as_map()->get("sem_type")) != "boolean") return false;
+  const std::string_view type = type_of(node);
+  return type == "and" || type == "or" || type == "binop" || type == "parenthesized_expression" ||
+         (include_not && type == "not");
+}
+
+// The name of a variable node: the resolved subscripted name, or `value`.
+inline std::string variable_name(Generator& gen, const Value& node, const Env& env) {
+  if (type_of(node) == "indexed_name") return gen._multi_indexed_var_name(node, env, nullptr);
+  return py_str(node.as_map()->at("value"));
+}
+
 // A reference to a variable declared Boolean in the model.
 inline bool is_declared_bool_var(Generator& gen, const Value& node) {
   if (!is_var(node)) return false;
