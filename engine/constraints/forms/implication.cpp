@@ -132,8 +132,10 @@ double fixed_charge_big_m(Generator& gen, const Value& x_node, const std::string
     if (demand.is_list() && type_of(x_node) == "indexed_name" && dims.is_list() && !dims.items().empty()) {
       const Value t = gen._eval_index_expr(dims.items().back(), env).val;
       const auto size = static_cast<std::int64_t>(demand.items().size());
-      if (t.is_int_like() && t.as_int() >= 1 && t.as_int() <= size) {
-        return py_float(demand.items()[static_cast<std::size_t>(t.as_int() - 1)]);
+      // A Boolean subscript counts as the integer it is in Python.
+      const std::int64_t position = t.is_int_like() ? py_int(t) : 0;
+      if (position >= 1 && position <= size) {
+        return py_float(demand.items()[static_cast<std::size_t>(position - 1)]);
       }
     }
     return kNoDataBound;
