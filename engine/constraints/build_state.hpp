@@ -33,6 +33,8 @@ struct ConstraintBuildContext {
   MapPtr subtree_var_cache;
   MapPtr expr_memo = make_map();
   MapPtr neg_cache = make_map();
+  // Structural keys of the trees keyed in this build, by memo key.
+  MapPtr tree_keys = make_map();
 };
 
 // One row under construction, kept sparse. Entries sum in the order they

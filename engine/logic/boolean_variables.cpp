@@ -219,7 +219,7 @@ std::pair<std::string, int> atomic_bool_var(Generator& gen, const Value& node, c
 
 std::string bool_expr_var(ConstraintBuilder& b, const Value& node, const Env& env) {
   Generator& gen = b.gen;
-  const Keys keys{memo_key(gen, node, env), bool_struct_key(gen, node, env)};
+  const Keys keys{memo_key(gen, node, env), bool_struct_key(gen, node, env, b.ctx.tree_keys.get())};
   if (const Value* hit = b.ctx.subtree_var_cache->find(keys.structure)) return py_str(*hit);
   if (const Value* hit = b.ctx.expr_memo->find(keys.memo)) return py_str(*hit);
   if (!node.is_map()) raise_semantic("Invalid boolean expr node (not a dict): " + py_str(node));

@@ -11,6 +11,8 @@
 namespace kolva::logic {
 namespace {
 
+Value tree_key(Generator& gen, const Value& node, const Env& env, Map* known);
+
 Value tuple_of(std::initializer_list<Value> items) { return Value::tuple(ValueVec(items)); }
 
 int kind_rank(const Value& v) {
@@ -112,7 +114,18 @@ Value comparison_key(Generator& gen, const Value& node, const Env& env) {
   return tuple_of({Value::str("cmp"), op, left, right});
 }
 
-Value bool_struct_key(Generator& gen, const Value& node_in, const Env& env) {
+Value bool_struct_key(Generator& gen, const Value& node, const Env& env, Map* known) {
+  if (known == nullptr || !node.is_map()) return tree_key(gen, node, env, known);
+  const Value seen = memo_key(gen, node, env);
+  if (const Value* hit = known->find(seen)) return *hit;
+  Value key = tree_key(gen, node, env, known);
+  known->set(seen, key);
+  return key;
+}
+
+namespace {
+
+Value tree_key(Generator& gen, const Value& node_in, const Env& env, Map* known) {
   const Value node = strip_all_parens(node_in);
   if (!node.is_map()) return tuple_of({Value::str("lit"), node});
   const Map& n = *node.as_map();
@@ -129,10 +142,10 @@ Value bool_struct_key(Generator& gen, const Value& node_in, const Env& env) {
           {Value::str("atom"), Value::str(variable_name(gen, right, env)), left.as_map()->get("value")});
     }
   }
-  if (type == "not") return tuple_of({Value::str("not"), bool_struct_key(gen, n.get("value"), env)});
+  if (type == "not") return tuple_of({Value::str("not"), bool_struct_key(gen, n.get("value"), env, known)});
   if (type == "and" || type == "or") {
-    Value left = bool_struct_key(gen, n.get("left"), env);
-    Value right = bool_struct_key(gen, n.get("right"), env);
+    Value left = bool_struct_key(gen, n.get("left"), env, known);
+    Value right = bool_struct_key(gen, n.get("right"), env, known);
     const auto bare = [](Value& k) {
       if (k.is_tuple() && k.items().size() >= 3 && py_eq(k.items()[0], Value::str("eq_link"))) {
         k = Value(k.items()[2]);
@@ -151,11 +164,11 @@ Value bool_struct_key(Generator& gen, const Value& node_in, const Env& env) {
       if (op == "==" && left.is_map() && right.is_map()) {
         if (is_bool_var_node(left) && is_bool_composite_node(right, false)) {
           return tuple_of(
-              {Value::str("eq_link"), bound_key(gen, left, env), bool_struct_key(gen, right, env)});
+              {Value::str("eq_link"), bound_key(gen, left, env), bool_struct_key(gen, right, env, known)});
         }
         if (is_bool_var_node(right) && is_bool_composite_node(left, false)) {
           return tuple_of(
-              {Value::str("eq_link"), bound_key(gen, right, env), bool_struct_key(gen, left, env)});
+              {Value::str("eq_link"), bound_key(gen, right, env), bool_struct_key(gen, left, env, known)});
         }
       }
       return tuple_of(
@@ -164,6 +177,8 @@ Value bool_struct_key(Generator& gen, const Value& node_in, const Env& env) {
   }
   return tuple_of({Value::str("unknown"), identity_of(gen, node)});
 }
+
+}  // namespace
 
 Value memo_key(Generator& gen, const Value& node, const Env& env) {
   const Value identity = node.is_map() ? identity_of(gen, node) : Value::str(py_repr(node));

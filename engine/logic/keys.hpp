@@ -12,8 +12,10 @@ namespace kolva::logic {
 Value bound_key(Generator& gen, const Value& node, const Env& env);
 // ("cmp", op, left, right); the sides of == and != are put in order.
 Value comparison_key(Generator& gen, const Value& node, const Env& env);
-// The key of a Boolean tree; and/or are commutative under it.
-Value bool_struct_key(Generator& gen, const Value& node, const Env& env);
+// The key of a Boolean tree; and/or are commutative under it. With `known`,
+// the keys of subtrees already keyed under the same bindings are reused, so
+// keying every level of a deep tree stays linear.
+Value bool_struct_key(Generator& gen, const Value& node, const Env& env, Map* known = nullptr);
 // (identity of the node, the Env's entries): a node seen again under the
 // same bindings.
 Value memo_key(Generator& gen, const Value& node, const Env& env);
