@@ -212,4 +212,15 @@ std::string Generator::_ensure_aux_binary(const std::string& base_name) {
   return name;
 }
 
+std::int64_t Generator::add_binary_flag(const std::string& name) {
+  const std::int64_t column = add_column(name);
+  bounds.push_back({Value::integer(0), Value::integer(1)});
+  if (!integrality) integrality.emplace();
+  integrality->push_back(1);
+  if (c.size() < var_names.size()) c.push_back(0.0);
+  return column;
+}
+
+void Generator::keep_node_alive(const MapPtr& node) { identity_nodes_.try_emplace(node.get(), node); }
+
 }  // namespace kolva

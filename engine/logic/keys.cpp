@@ -116,11 +116,11 @@ Value comparison_key(Generator& gen, const Value& node, const Env& env) {
 
 Value bool_struct_key(Generator& gen, const Value& node, const Env& env, Map* known) {
   if (known == nullptr || !node.is_map()) return tree_key(gen, node, env, known);
-  const Value seen = memo_key(gen, node, env);
-  if (const Value* hit = known->find(seen)) return *hit;
-  Value key = tree_key(gen, node, env, known);
-  known->set(seen, key);
-  return key;
+  const Value visit = memo_key(gen, node, env);
+  if (const Value* hit = known->find(visit)) return *hit;
+  Value tree = tree_key(gen, node, env, known);
+  known->set(visit, tree);
+  return tree;
 }
 
 namespace {

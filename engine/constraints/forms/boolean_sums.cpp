@@ -60,19 +60,6 @@ void for_each_term(Generator& gen, const Map& sum, const Env& env, Visit&& visit
   });
 }
 
-// A term's filter: a false value skips it; one that cannot be evaluated
-// keeps it.
-bool filter_keeps(Generator& gen, const Map& sum, const Env& env2) {
-  const Value filter = sum.get("index_constraint");
-  if (filter.is_none()) return true;
-  try {
-    const EvalResult r = gen._eval_expr(filter, &env2);
-    return r.marker != nullptr || !r.coef.empty() || py_truth(r.val);
-  } catch (const Error&) {
-    return true;
-  }
-}
-
 std::optional<double> pure_constant(Generator& gen, const Value& expr, const Env& env) {
   try {
     const EvalResult r = gen._eval_expr(expr, &env);
@@ -103,7 +90,7 @@ Claim weighted_sum_rows(ConstraintBuilder& b, const WeightedSum& ws, const std::
   const Map& sum = *ws.sum.as_map();
   LocalRow row;
   for_each_term(gen, sum, env, [&](const Env& env2) {
-    if (!filter_keeps(gen, sum, env2)) return;
+    if (!gen.index_filter_keeps(sum.get("index_constraint"), env2)) return;
     const EvalResult weight = gen._eval_expr(ws.weight, &env2);
     if (weight.marker != nullptr || !weight.coef.empty()) {
       raise_semantic("Weighted boolean sums require numeric weights");
@@ -177,7 +164,7 @@ std::vector<std::int64_t> term_binaries(ConstraintBuilder& b, const CountOfCompa
                                         bool read_filter) {
   std::vector<std::int64_t> columns;
   for_each_term(b.gen, *count.sum, env, [&](const Env& env2) {
-    if (read_filter && !filter_keeps(b.gen, *count.sum, env2)) return;
+    if (read_filter && !b.gen.index_filter_keeps(count.sum->get("index_constraint"), env2)) return;
     columns.push_back(term_binary(b, *count.comparison.as_map(), env2));
   });
   return columns;

@@ -82,12 +82,7 @@ std::vector<ValueVec> disjuncts(const Value& node_in) {
 std::int64_t new_or_flag(Generator& gen, std::size_t dj_idx) {
   std::string name = "or_flag_" + std::to_string(dj_idx);
   while (gen.var_indices.contains(name)) name += '_';
-  const std::int64_t column = gen.add_column(name);
-  gen.bounds.push_back({Value::integer(0), Value::integer(1)});
-  if (!gen.integrality) gen.integrality.emplace();
-  gen.integrality->push_back(1);
-  if (gen.c.size() < gen.var_names.size()) gen.c.push_back(0.0);
-  return column;
+  return gen.add_binary_flag(name);
 }
 
 void post_group_rows(ConstraintBuilder& b, const ValueVec& group, std::int64_t flag_col, const Env& env) {

@@ -102,24 +102,27 @@ LinearForm consequent_form(ConstraintBuilder& b, const Map& cons, const Env& env
   return form;
 }
 
+// Calls visit(coefficient, lower, upper) for each term in order while both
+// of its variable's bounds are known; false at the first term without them.
+template <typename Visit>
+bool each_bounded_term(Generator& gen, const CoefDict& coefs, Visit&& visit) {
+  for (const CoefDict::Item& item : coefs.items()) {
+    const auto [lb, ub] = gen._infer_var_bounds(item.first);
+    if (lb.is_none() || ub.is_none()) return false;
+    visit(item.second, py_float(lb), py_float(ub));
+  }
+  return true;
+}
+
 void equality_antecedent(ConstraintBuilder& b, const Map& ant, const Map& cons, const Env& env) {
   Generator& gen = b.gen;
   const LinearForm diff = difference(gen, ant.get("left"), ant.get("right"), env);
   double diff_min = 0.0;
   double diff_max = 0.0;
-  bool feasible = true;
-  for (const CoefDict::Item& item : diff.coefs.items()) {
-    const auto [lb_v, ub_v] = gen._infer_var_bounds(item.first);
-    if (lb_v.is_none() || ub_v.is_none()) {
-      feasible = false;
-      break;
-    }
-    const double lb = py_float(lb_v);
-    const double ub = py_float(ub_v);
-    const double c = item.second;
+  const bool feasible = each_bounded_term(gen, diff.coefs, [&](double c, double lb, double ub) {
     diff_min += c >= 0 ? c * lb : c * ub;
     diff_max += c >= 0 ? c * ub : c * lb;
-  }
+  });
   diff_min += diff.constant;
   diff_max += diff.constant;
   const double m = feasible ? std::max({std::fabs(diff_min), std::fabs(diff_max), 1.0}) : kFallbackM;
@@ -134,16 +137,9 @@ void equality_antecedent(ConstraintBuilder& b, const Map& ant, const Map& cons, 
 
   const LinearForm consequent = consequent_form(b, cons, env, false);
   double m_c = 0.0;
-  bool bounded = true;
-  for (const CoefDict::Item& item : consequent.coefs.items()) {
-    const auto [lb_v, ub_v] = gen._infer_var_bounds(item.first);
-    if (lb_v.is_none() || ub_v.is_none()) {
-      bounded = false;
-      break;
-    }
-    const double c = item.second;
-    m_c = std::max({m_c, std::fabs(c * py_float(ub_v)), std::fabs(c * py_float(lb_v))});
-  }
+  const bool bounded = each_bounded_term(gen, consequent.coefs, [&](double c, double lb, double ub) {
+    m_c = std::max({m_c, std::fabs(c * ub), std::fabs(c * lb)});
+  });
   if (!bounded || m_c == 0.0) m_c = kFallbackM;
   LocalRow row;
   for (const CoefDict::Item& item : consequent.coefs.items())

@@ -1,5 +1,5 @@
 // Bounds collected from simple constraints (`x >= 2`, `5 >= x`), which feed
-// every big-M of the build, and the way binary flags join the columns.
+// every big-M of the build.
 #include <limits>
 #include <string>
 
@@ -24,16 +24,5 @@ void Generator::_tighten_bounds(const std::string& name, double val) {
   _tighten_lower_bound(name, val);
   _tighten_upper_bound(name, val);
 }
-
-std::int64_t Generator::add_binary_flag(const std::string& name) {
-  const std::int64_t column = add_column(name);
-  bounds.push_back({Value::integer(0), Value::integer(1)});
-  if (!integrality) integrality.emplace();
-  integrality->push_back(1);
-  if (c.size() < var_names.size()) c.push_back(0.0);
-  return column;
-}
-
-void Generator::keep_node_alive(const MapPtr& node) { identity_nodes_.try_emplace(node.get(), node); }
 
 }  // namespace kolva
