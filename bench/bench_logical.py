@@ -17,33 +17,16 @@ from __future__ import annotations
 
 import argparse
 import json
-import os
-import resource
-import subprocess
 import sys
 import time
 
-
-def num(v):
-    return {"type": "number", "value": v}
-
-
-def ref(name):
-    return {"type": "name_reference_index", "name": name}
+from bench_common import num, over, peak_rss_bytes, print_table, range_dim, ref, run_child
 
 
 def var(name, *dims):
     if not dims:
         return {"type": "name", "value": name}
     return {"type": "indexed_name", "name": name, "dimensions": [ref(d) for d in dims]}
-
-
-def over(it, n):
-    return {"iterator": it, "range": {"type": "range_specifier", "start": num(1), "end": num(n)}}
-
-
-def range_dim(n):
-    return {"type": "range_index", "start": num(1), "end": num(n)}
 
 
 def dvar(name, var_type, *sizes):
@@ -95,10 +78,6 @@ def counts_model(n: int) -> tuple[dict, int]:
 MODELS = {"implications": implications_model, "counts": counts_model}
 
 
-def peak_rss_bytes() -> int:
-    return resource.getrusage(resource.RUSAGE_SELF).ru_maxrss * 1024
-
-
 def measure(kind: str, n: int) -> dict:
     """Runs in the child: build_problem() on one model and size."""
     from kolva.scipy_codegen_csc import SciPyCSCCodeGenerator
@@ -118,14 +97,6 @@ def measure(kind: str, n: int) -> dict:
     }
 
 
-def run_child(kind: str, n: int) -> dict:
-    env = dict(os.environ, OPENBLAS_NUM_THREADS="1", OMP_NUM_THREADS="1")
-    out = subprocess.run(
-        [sys.executable, __file__, "--child", kind, str(n)], capture_output=True, text=True, check=True, env=env
-    )
-    return json.loads(out.stdout)
-
-
 def main() -> None:
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--sizes", type=int, nargs="+", default=[1000, 10000, 100000], help="values of N")
@@ -139,19 +110,11 @@ def main() -> None:
     table = []
     for kind in MODELS:
         for n in args.sizes:
-            r = run_child(kind, n)
+            r = run_child(__file__, kind, n)
             per = r["seconds"] / r["constraints"] * 1e6
             table.append((kind, n, r["constraints"], r["variables"], r["rows"], r["nnz"], r["seconds"], per, r["peak"] / 2**20))
             print(f"... {kind} N={n}: {r['seconds']:.2f} s", file=sys.stderr)
-    if args.csv:
-        print(",".join(header))
-        for row in table:
-            print(",".join(f"{v:.4f}" if isinstance(v, float) else str(v) for v in row))
-        return
-    print(f"{header[0]:>12} {header[1]:>7} {header[2]:>11} {header[3]:>9} {header[4]:>8} {header[5]:>9} {header[6]:>8} {header[7]:>13} {header[8]:>9}")
-    for row in table:
-        print(f"{row[0]:>12} {row[1]:>7} {row[2]:>11} {row[3]:>9} {row[4]:>8} {row[5]:>9} {row[6]:>8.3f} {row[7]:>13.2f} {row[8]:>9.1f}")
-
+    print_table(header, table, args.csv, (None, None, None, None, None, None, 3, 2, 1))
 
 if __name__ == "__main__":
     main()

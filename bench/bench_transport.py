@@ -15,32 +15,15 @@ from __future__ import annotations
 
 import argparse
 import json
-import os
 import random
-import resource
-import subprocess
 import sys
 import time
 
-
-def num(v):
-    return {"type": "number", "value": v}
-
-
-def ref(name):
-    return {"type": "name_reference_index", "name": name}
+from bench_common import num, over, peak_rss_bytes, print_table, range_dim, ref, run_child
 
 
 def indexed(name, *dims):
     return {"type": "indexed_name", "name": name, "dimensions": [ref(d) for d in dims]}
-
-
-def over(it, n):
-    return {"iterator": it, "range": {"type": "range_specifier", "start": num(1), "end": num(n)}}
-
-
-def range_dim(n):
-    return {"type": "range_index", "start": num(1), "end": num(n)}
 
 
 def transport_model(m: int, n: int):
@@ -97,10 +80,6 @@ def transport_model(m: int, n: int):
     return model, data
 
 
-def peak_rss_bytes() -> int:
-    return resource.getrusage(resource.RUSAGE_SELF).ru_maxrss * 1024
-
-
 def measure(side: int, phase: str) -> dict:
     """Runs in the child: one phase on one size, reporting seconds and peak memory."""
     from kolva.scipy_codegen_csc import SciPyCSCCodeGenerator
@@ -121,16 +100,6 @@ def measure(side: int, phase: str) -> dict:
     return {"seconds": seconds, "peak": peak_rss_bytes() - baseline, "nnz": nnz, "rows": rows, "variables": variables}
 
 
-def run_child(side: int, phase: str) -> dict:
-    # Generation uses no BLAS; NumPy's BLAS threads would only spin on the
-    # second core and disturb the timing.
-    env = dict(os.environ, OPENBLAS_NUM_THREADS="1", OMP_NUM_THREADS="1")
-    out = subprocess.run(
-        [sys.executable, __file__, "--child", str(side), phase], capture_output=True, text=True, check=True, env=env
-    )
-    return json.loads(out.stdout)
-
-
 def main() -> None:
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--sizes", type=int, nargs="+", default=[100, 300, 500, 707], help="m = n values")
@@ -143,8 +112,8 @@ def main() -> None:
     header = ("variables", "rows", "nonzeros", "build_s", "generate_s", "us/nnz", "peak_MiB", "bytes/nnz")
     rows = []
     for side in args.sizes:
-        build = run_child(side, "build_problem")
-        generate = run_child(side, "generate_code")
+        build = run_child(__file__, side, "build_problem")
+        generate = run_child(__file__, side, "generate_code")
         nnz = build["nnz"]
         rows.append(
             (
@@ -158,15 +127,7 @@ def main() -> None:
                 build["peak"] / nnz,
             )
         )
-    if args.csv:
-        print(",".join(header))
-        for r in rows:
-            print(",".join(f"{v:.4f}" if isinstance(v, float) else str(v) for v in r))
-        return
-    print(f"{header[0]:>10} {header[1]:>6} {header[2]:>9} {header[3]:>9} {header[4]:>11} {header[5]:>7} {header[6]:>9} {header[7]:>10}")
-    for r in rows:
-        print(f"{r[0]:>10} {r[1]:>6} {r[2]:>9} {r[3]:>9.3f} {r[4]:>11.3f} {r[5]:>7.3f} {r[6]:>9.1f} {r[7]:>10.1f}")
-
+    print_table(header, rows, args.csv, (None, None, None, 3, 3, 3, 1, 1))
 
 if __name__ == "__main__":
     main()
