@@ -15,6 +15,7 @@
 #include <string>
 
 #include "bindings/convert.hpp"
+#include "bindings/opl.hpp"
 #include "constraints/build_state.hpp"
 #include "data/tuple_set_members.hpp"
 #include "evaluator/evaluator.hpp"
@@ -37,8 +38,15 @@ namespace {
 PyObject* g_semantic_error = nullptr;
 PyObject* g_linear_problem = nullptr;
 
-nb::object semantic_error_instance(const std::string& message) {
-  return nb::borrow(g_semantic_error)(message);
+nb::object semantic_error_instance(const Error& e) {
+  nb::object err = nb::borrow(g_semantic_error)(e.what());
+  // The generator's message stays as it is; where the element was written
+  // rides along for the command line to show.
+  if (!e.origin().empty()) {
+    err.attr("opl_source") = nb::str(e.origin().c_str());
+    if (!e.origin_label().empty()) err.attr("opl_label") = nb::str(e.origin_label().c_str());
+  }
+  return err;
 }
 
 void translate_error(const std::exception_ptr& p, void* /*payload*/) {
@@ -47,7 +55,7 @@ void translate_error(const std::exception_ptr& p, void* /*payload*/) {
   } catch (const Error& e) {
     switch (e.kind()) {
       case ErrorKind::kSemantic:
-        PyErr_SetObject(g_semantic_error, semantic_error_instance(e.what()).ptr());
+        PyErr_SetObject(g_semantic_error, semantic_error_instance(e).ptr());
         return;
       case ErrorKind::kKey:
         PyErr_SetObject(PyExc_KeyError, nb::str(e.what()).ptr());
@@ -551,21 +559,19 @@ void bind_generator(nb::module_& m) {
   cls.def(
       "_not_found_error",
       [](PyGenerator&, const std::string& what, nb::handle name) {
-        return semantic_error_instance(Generator::_not_found_error(what, nb::str(name).c_str()).what());
+        return semantic_error_instance(Generator::_not_found_error(what, nb::str(name).c_str()));
       },
       "what"_a, "name"_a.none());
   cls.def(
       "_unsupported_type_error",
       [](PyGenerator&, const std::string& what, nb::handle detail) {
-        return semantic_error_instance(
-            Generator::_unsupported_type_error(what, nb::str(detail).c_str()).what());
+        return semantic_error_instance(Generator::_unsupported_type_error(what, nb::str(detail).c_str()));
       },
       "what"_a, "detail"_a.none());
   cls.def(
       "_unsupported_operator_error",
       [](PyGenerator&, const std::string& context, nb::handle op) {
-        return semantic_error_instance(
-            Generator::_unsupported_operator_error(context, nb::str(op).c_str()).what());
+        return semantic_error_instance(Generator::_unsupported_operator_error(context, nb::str(op).c_str()));
       },
       "context"_a, "op"_a.none());
   cls.def(
@@ -984,4 +990,5 @@ NB_MODULE(_engine, m) {
   bind_build_state(m);
   bind_generator(m);
   bind_evaluator(m);
+  bind_opl(m);
 }

@@ -67,6 +67,10 @@ void ConstraintBuilder::handle_constraint(const MapPtr& constr, const Env& env) 
   current_constraint_ = constr;
   try {
     run_forms(kChain, *this, call);
+  } catch (Error& e) {
+    note_origin(e, *constr);
+    current_constraint_ = std::move(outer);
+    throw;
   } catch (...) {
     current_constraint_ = std::move(outer);
     throw;

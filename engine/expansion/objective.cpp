@@ -49,7 +49,12 @@ void Generator::_build_objective() {
   const Value sense = objective.at("type");
   const Value& expression = objective.at("expression");
   obj_const_offset = Value::real(0.0);
-  _accumulate_objective(expression, vec);
+  try {
+    _accumulate_objective(expression, vec);
+  } catch (Error& e) {
+    note_origin(e, objective);
+    throw;
+  }
   if (sense.is_str() && sense.as_str() == "maximize") {
     for (double& v : vec) v = -v;
   }

@@ -24,9 +24,32 @@ class Error : public std::runtime_error {
   Error(ErrorKind kind, const std::string& message) : std::runtime_error(message), kind_(kind) {}
   ErrorKind kind() const { return kind_; }
 
+  // Where in the model source the failing element was written, when the
+  // tree came from a front end that records it ("FILE:LINE:COL"), and the
+  // constraint's label. The innermost element that knows its place sets it.
+  const std::string& origin() const { return origin_; }
+  const std::string& origin_label() const { return origin_label_; }
+  void set_origin(const std::string& origin, const std::string& label) {
+    if (!origin_.empty()) return;
+    origin_ = origin;
+    origin_label_ = label;
+  }
+
  private:
   ErrorKind kind_;
+  std::string origin_;
+  std::string origin_label_;
 };
+
+// Records on an error passing through a model element where that element
+// was written, if the element carries its source place.
+template <typename MapLike>
+void note_origin(Error& e, const MapLike& element) {
+  const auto* src = element.find("opl_source");
+  if (src == nullptr || !src->is_str()) return;
+  const auto* label = element.find("opl_label");
+  e.set_origin(src->as_str(), label != nullptr && label->is_str() ? label->as_str() : std::string());
+}
 
 [[noreturn]] inline void raise(ErrorKind kind, const std::string& message) { throw Error(kind, message); }
 

@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# Incremental developer build: compiles the engine into build/dev and drops the
+# extension next to the sources, so `PYTHONPATH=src python -m pytest` runs the
+# working tree without a reinstall. A lock keeps concurrent callers apart.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+exec 9>build/.dev_build.lock 2>/dev/null || { mkdir -p build; exec 9>build/.dev_build.lock; }
+flock 9
+if [ ! -f build/dev/build.ninja ]; then
+  cmake -S . -B build/dev -G Ninja -DSKBUILD=ON -DCMAKE_BUILD_TYPE=Release \
+    -DPython_EXECUTABLE="$(command -v python)" \
+    -Dnanobind_DIR="$(python -c 'import nanobind; print(nanobind.cmake_dir())')" >/dev/null
+fi
+ninja -C build/dev _engine "$@"
+cp build/dev/_engine*.so src/kolva/
