@@ -220,7 +220,7 @@ class DataLoader {
       s.value = Value::list(ValueVec{});
     }
     s.evaluated = true;
-    data_->set(s.name, s.value);
+    data_->set(script_data_name(s.name, pm_.symbols), s.value);
   }
 
   Value typed_members(const Symbol& s, const Value& v, const Place& at) {
@@ -265,8 +265,31 @@ class DataLoader {
     } else {
       s.value = generated_array(s, d);
     }
+    if (!all_ranges(s.dims)) s.value = maps_throughout(s.value, s.dims, 0);
     s.evaluated = true;
-    if (!s.array_of_sets) data_->set(s.name, s.value);
+    if (!s.array_of_sets) data_->set(script_data_name(s.name, pm_.symbols), s.value);
+  }
+
+  static bool all_ranges(const std::vector<DimInfo>& dims) {
+    return std::all_of(dims.begin(), dims.end(), [](const DimInfo& d) { return d.is_range; });
+  }
+
+  // An array over ranges and sets together is read level by level as maps:
+  // the generator checks list data as rectangular lists of numbers, which a
+  // list of maps is not. Range levels become maps from index to value.
+  static Value maps_throughout(const Value& v, const std::vector<DimInfo>& dims, std::size_t k) {
+    if (k == dims.size()) return v;
+    MapPtr out = make_map();
+    if (v.is_list()) {
+      std::int64_t index = dims[k].start;
+      for (const Value& item : v.list_items())
+        out->set(Value::integer(index++), maps_throughout(item, dims, k + 1));
+    } else if (v.is_map()) {
+      for (const auto& [key, item] : v.as_map()->items()) out->set(key, maps_throughout(item, dims, k + 1));
+    } else {
+      return v;
+    }
+    return Value::map(out);
   }
 
   // An array written in the model: `[v1, v2]` positionally, or generated

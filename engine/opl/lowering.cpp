@@ -88,7 +88,7 @@ class Lowerer {
       }
       case DeclKind::kRange:
         decls.push_back(node({{"type", Value::str("range_declaration_inline")},
-                              {"name", Value::str(d.name)},
+                              {"name", Value::str(data_name(d.name))},
                               {"start", range_bound_node(d, 0)},
                               {"end", range_bound_node(d, 1)}}));
         return;
@@ -113,10 +113,11 @@ class Lowerer {
     if (sym.kind == SymKind::kSet) {
       if (sym.elem.base == ElemType::Base::kTuple) {
         decls.push_back(node({{"type", Value::str("set_of_tuples_external")},
-                              {"name", Value::str(d.name)},
+                              {"name", Value::str(data_name(d.name))},
                               {"tuple_type", Value::str(sym.elem.tuple->name)}}));
       } else {
-        decls.push_back(node({{"type", Value::str("set_declaration")}, {"name", Value::str(d.name)}}));
+        decls.push_back(
+            node({{"type", Value::str("set_declaration")}, {"name", Value::str(data_name(d.name))}}));
       }
       return;
     }
@@ -124,11 +125,12 @@ class Lowerer {
     // them would put them through the numeric array checks.
     if (sym.array_of_sets || (!d.dims.empty() && sym.elem.base == ElemType::Base::kTuple)) return;
     if (d.dims.empty()) {
-      decls.push_back(node({{"type", Value::str("parameter_external")}, {"name", Value::str(d.name)}}));
+      decls.push_back(
+          node({{"type", Value::str("parameter_external")}, {"name", Value::str(data_name(d.name))}}));
       return;
     }
     decls.push_back(node({{"type", Value::str("parameter_external_indexed")},
-                          {"name", Value::str(d.name)},
+                          {"name", Value::str(data_name(d.name))},
                           {"dimensions", lower_dims(d)}}));
   }
 
@@ -143,10 +145,10 @@ class Lowerer {
     if (e.kind == ExprKind::kName) {
       const Symbol* s = symbols_.find(e.text);
       if (s != nullptr && s->kind == SymKind::kRange) {
-        return node({{"type", Value::str("named_range_dimension")}, {"name", Value::str(e.text)}});
+        return node({{"type", Value::str("named_range_dimension")}, {"name", Value::str(data_name(e.text))}});
       }
       if (s != nullptr && s->kind == SymKind::kSet) {
-        return node({{"type", Value::str("named_set_dimension")}, {"name", Value::str(e.text)}});
+        return node({{"type", Value::str("named_set_dimension")}, {"name", Value::str(data_name(e.text))}});
       }
       fail_at(e.place, s == nullptr
                            ? "unknown index set '" + e.text + "'"
@@ -169,7 +171,7 @@ class Lowerer {
     if (e.kind == ExprKind::kName) {
       const Symbol* s = symbols_.find(e.text);
       if (s != nullptr && s->kind == SymKind::kParam && s->dims.empty() && !s->array_of_sets)
-        return name_node(e.text);
+        return name_node(data_name(e.text));
     }
     check_data_only(e, "an index bound");
     return lift_value(e);
@@ -574,10 +576,10 @@ class Lowerer {
     if (d.kind == ExprKind::kName) {
       const Symbol* s = symbols_.find(d.text);
       if (s != nullptr && s->kind == SymKind::kRange) {
-        return node({{"type", Value::str("named_range")}, {"name", Value::str(d.text)}});
+        return node({{"type", Value::str("named_range")}, {"name", Value::str(data_name(d.text))}});
       }
       if (s != nullptr && s->kind == SymKind::kSet) {
-        return node({{"type", Value::str("named_set")}, {"name", Value::str(d.text)}});
+        return node({{"type", Value::str("named_set")}, {"name", Value::str(data_name(d.text))}});
       }
       if (s == nullptr) fail_at(d.place, "unknown set or range '" + d.text + "'");
       if (!s->array_of_sets)
@@ -702,7 +704,7 @@ class Lowerer {
         ValueVec dims;
         for (std::size_t i = 1; i < e.args.size(); ++i) dims.push_back(lower_index_arg(*e.args[i]));
         return node({{"type", Value::str("indexed_name")},
-                     {"name", Value::str(e.args[0]->text)},
+                     {"name", Value::str(data_name(e.args[0]->text))},
                      {"dimensions", Value::list(std::move(dims))}});
       }
       case ExprKind::kUnary: {
@@ -740,7 +742,7 @@ class Lowerer {
 
   Value lower_visible_or_param(const Expr& e) {
     if (auto v = find_visible(e.text)) return lower_visible(*v);
-    return name_node(e.text);
+    return name_node(data_name(e.text));
   }
 
   // An iterator, a component of a tuple pattern, or a dexpr index.
@@ -782,11 +784,18 @@ class Lowerer {
         }
         const Symbol* s = symbols_.find(e.text);
         if (s != nullptr && s->kind == SymKind::kParam && s->decl->dims.empty()) {
-          return node({{"type", Value::str("name_reference_index")}, {"name", Value::str(e.text)}});
+          return node(
+              {{"type", Value::str("name_reference_index")}, {"name", Value::str(data_name(e.text))}});
         }
         return lift_value(e);
       }
       case ExprKind::kTuple: {
+        // <i, j, c> naming a whole pattern `<i, j, c> in S` is the member
+        // itself: subscript with it, as its parts would be rebuilt with
+        // integral floats turned to ints and no longer match the column.
+        if (auto whole = whole_pattern(e)) {
+          return node({{"type", Value::str("name_reference_index")}, {"name", Value::str(*whole)}});
+        }
         ValueVec elems;
         for (const ExprPtr& a : e.args) elems.push_back(lower_index_arg(*a));
         return node({{"type", Value::str("tuple_literal")}, {"elements", Value::list(std::move(elems))}});
@@ -802,6 +811,19 @@ class Lowerer {
       default:
         return generator_evaluable(e) ? lower_evaluable(e) : lift_value(e);
     }
+  }
+
+  std::optional<std::string> whole_pattern(const Expr& tuple) const {
+    std::optional<std::size_t> frame;
+    for (std::size_t k = 0; k < tuple.args.size(); ++k) {
+      const Expr& a = *tuple.args[k];
+      if (a.kind != ExprKind::kName) return std::nullopt;
+      auto v = find_visible(a.text);
+      if (!v || v->component != static_cast<int>(k) || (frame && *frame != v->frame)) return std::nullopt;
+      frame = v->frame;
+    }
+    if (!frame || frames_[*frame].binding->names.size() != tuple.args.size()) return std::nullopt;
+    return frames_[*frame].tree_name;
   }
 
   Value lower_decision_name(const Expr& e) {
@@ -1353,6 +1375,8 @@ class Lowerer {
     if (!label.empty()) c.as_map()->set("opl_label", Value::str(label));
   }
 
+  std::string data_name(const std::string& name) const { return script_data_name(name, symbols_); }
+
   std::string range_bound_name(const std::string& range, int which) const {
     return "__opl_" + range + (which == 0 ? "_start" : "_end");
   }
@@ -1381,6 +1405,25 @@ class Lowerer {
 
 LoweredModel lower_model(const Model& model, const SymbolTable& symbols) {
   return Lowerer(model, symbols).run();
+}
+
+std::string script_data_name(const std::string& name, const SymbolTable& symbols) {
+  static const std::set<std::string> kTaken = {
+      // Python keywords and the builtins a script may call.
+      "False", "None", "True", "and", "as", "assert", "async", "await", "break", "class", "continue", "def",
+      "del", "elif", "else", "except", "finally", "for", "from", "global", "if", "import", "in", "is",
+      "lambda", "nonlocal", "not", "or", "pass", "raise", "return", "try", "while", "with", "yield", "abs",
+      "all", "any", "bool", "dict", "enumerate", "float", "getattr", "int", "isinstance", "len", "list",
+      "map", "max", "min", "print", "range", "round", "set", "sorted", "str", "sum", "tuple", "type", "zip",
+      "globals", "locals",
+      // The emitted script's own names.
+      "np", "numpy", "scipy", "time", "linprog", "csr_matrix", "sense", "c", "bounds", "integrality",
+      "var_names", "objective_offset", "A_eq", "A_ub", "b_eq", "b_ub", "A_eq_rows", "A_eq_cols", "A_eq_data",
+      "A_ub_rows", "A_ub_cols", "A_ub_data", "res", "results", "results_container", "status_map",
+      "status_str", "start_time", "end_time", "objective_value", "solution", "stats"};
+  std::string out = name;
+  while (kTaken.count(out) > 0 || (out != name && symbols.find(out) != nullptr)) out += "_";
+  return out;
 }
 
 }  // namespace kolva::opl

@@ -66,4 +66,10 @@ struct LoweredModel {
 
 LoweredModel lower_model(const Model& model, const SymbolTable& symbols);
 
+// The name under which a data item reaches the generator. Data items become
+// variables of the emitted script, so a name that is a Python keyword or
+// builtin, or one of the script's own names (time, sense, bounds, ...), gets
+// trailing underscores until it is free.
+std::string script_data_name(const std::string& name, const SymbolTable& symbols);
+
 }  // namespace kolva::opl
