@@ -443,3 +443,47 @@ def test_unknown_name_in_data_is_reported_at_the_dat_place(tmp_path):
         load_text(tmp_path, "dvar float x; minimize x;", "\n\nm = 3;")
     assert info.value.filename.endswith("m.dat") and info.value.lineno == 3
     assert info.value.msg == "'m' is not declared in the model"
+
+
+def test_nonlinear_term_keeps_the_generator_message_and_names_its_place():
+    from kolva.scipy_codegen_csc import SciPyCSCCodeGenerator
+    from kolva.semantic_error import SemanticError
+
+    tree = tree_of("dvar float x;\ndvar float y;\nminimize x;\nsubject to {\n  ctProd: x * y <= 4;\n}\n")
+    with pytest.raises(SemanticError) as info:
+        SciPyCSCCodeGenerator(tree).build_problem()
+    generator_only = None
+    bare = {k: v for k, v in tree["constraints"][0].items() if not k.startswith("opl_")}
+    with pytest.raises(SemanticError) as plain:
+        SciPyCSCCodeGenerator({**tree, "constraints": [bare]}).build_problem()
+    generator_only = str(plain.value)
+    assert str(info.value) == generator_only  # the message is the generator's own
+    assert info.value.opl_source == "m.mod:5:3"
+    assert info.value.opl_label == "ctProd"
+    assert not hasattr(plain.value, "opl_source")
+
+
+def test_include_reads_a_file_relative_to_the_including_one(tmp_path):
+    (tmp_path / "parts").mkdir()
+    (tmp_path / "parts" / "decls.mod").write_text("dvar float+ x;\n")
+    model = tmp_path / "main.mod"
+    model.write_text('include "parts/decls.mod";\nminimize x;\nsubject to { x >= 2; }\n')
+    tree, _ = opl.load(model)
+    assert tree["declarations"] == [{"type": "dvar", "name": "x", "var_type": "float+"}]
+
+
+def test_parse_data_with_the_model_shapes_items_by_their_declarations():
+    data = opl.parse_data("I = {3, 1};\nd = [2.5, 4];\n", model="{int} I = ...; float d[I] = ...;")
+    assert data == {"I": [3, 1], "d": {3: 2.5, 1: 4.0}}
+
+
+def test_data_names_that_the_script_uses_are_renamed_consistently(tmp_path):
+    from kolva.scipy_codegen_csc import SciPyCSCCodeGenerator
+    from kolva.solve import solve_problem, solve_script
+
+    model = "float time = 3; float sense = 2; dvar float+ x; minimize sense * x; subject to { x >= time; }"
+    tree, data = load_text(tmp_path, model)
+    assert data == {"time_": 3.0, "sense_": 2.0}
+    assert solve_problem(SciPyCSCCodeGenerator(tree, data).build_problem()).objective_value == pytest.approx(6.0)
+    script = SciPyCSCCodeGenerator(tree, data).generate_code()
+    assert solve_script(script).objective_value == pytest.approx(6.0)

@@ -948,12 +948,12 @@ class Lowerer {
     constraint_mark_ = frames_.size();
     std::vector<Value> rows = lower_logic(e, s);
     for (Value& link : links_) {
-      annotate(link, e.place, s.label);
+      annotate(link, s.place, s.label);
       out.push_back(std::move(link));
     }
     links_.clear();
     for (Value& c : rows) {
-      annotate(c, e.place, s.label);
+      annotate(c, s.place, s.label);
       out.push_back(std::move(c));
     }
   }
