@@ -487,3 +487,21 @@ def test_data_names_that_the_script_uses_are_renamed_consistently(tmp_path):
     assert solve_problem(SciPyCSCCodeGenerator(tree, data).build_problem()).objective_value == pytest.approx(6.0)
     script = SciPyCSCCodeGenerator(tree, data).generate_code()
     assert solve_script(script).objective_value == pytest.approx(6.0)
+
+
+def test_string_members_made_of_digits_still_find_their_data(tmp_path):
+    from kolva.scipy_codegen_csc import SciPyCSCCodeGenerator
+    from kolva.solve import solve_problem
+
+    model = """
+    {string} S = {"7", "a"};
+    float d[S] = [2, 3];
+    dvar float+ x[S];
+    minimize sum(s in S) x[s];
+    subject to { forall(s in S) x[s] >= d[s]; }
+    """
+    tree, data = load_text(tmp_path, model)
+    assert data["S"] == ["7", "a"]
+    solution = solve_problem(SciPyCSCCodeGenerator(tree, data).build_problem())
+    assert solution.objective_value == pytest.approx(5.0)
+    assert solution.values == {"x_7": pytest.approx(2.0), "x_a": pytest.approx(3.0)}

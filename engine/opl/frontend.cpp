@@ -70,7 +70,7 @@ class DataLoader {
     for (const Lifted& l : pm_.lowered.lifted) {
       Value v = compute_lifted(l, eval_, hidden);
       hidden.emplace(l.name, v);
-      data_->set(l.name, v);
+      data_->set(l.name, l.kind == Lifted::Kind::kDomain ? v : generator_keys(v));
     }
     if (!pm_.lowered.ground_domains.empty()) ground_domain_rows();
     return Value::map(data_);
@@ -267,7 +267,27 @@ class DataLoader {
     }
     if (!all_ranges(s.dims)) s.value = maps_throughout(s.value, s.dims, 0);
     s.evaluated = true;
-    if (!s.array_of_sets) data_->set(script_data_name(s.name, pm_.symbols), s.value);
+    if (!s.array_of_sets) data_->set(script_data_name(s.name, pm_.symbols), generator_keys(s.value));
+  }
+
+  // The generator reads a subscript that is a string of digits ("7") as the
+  // integer 7, so entries keyed by such strings are keyed by the integer.
+  static Value generator_keys(const Value& v) {
+    if (!v.is_map()) return v;
+    MapPtr out = make_map();
+    for (const auto& [key, item] : v.as_map()->items()) out->set(digits_as_int(key), generator_keys(item));
+    return Value::map(out);
+  }
+
+  static Value digits_as_int(const Value& key) {
+    if (!key.is_str()) return key;
+    const std::string& text = key.as_str();
+    std::size_t i = (!text.empty() && (text[0] == '-' || text[0] == '+')) ? 1 : 0;
+    if (i == text.size() || text.size() > 18) return key;
+    for (std::size_t k = i; k < text.size(); ++k) {
+      if (text[k] < '0' || text[k] > '9') return key;
+    }
+    return Value::integer(std::stoll(text));
   }
 
   static bool all_ranges(const std::vector<DimInfo>& dims) {
