@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <limits>
 #include <optional>
 #include <string_view>
@@ -11,7 +10,6 @@
 
 #include "model/map.hpp"
 #include "model/repr.hpp"
-#include "model/semantics.hpp"
 #include "opl/lexer.hpp"
 
 namespace kolva::opl {
@@ -45,6 +43,17 @@ void refuse_connection(const Token& tok) {
   }
 }
 
+// Token::is by characters: it runs several times per value of a large array,
+// where comparing views costs a library call each.
+template <std::size_t N>
+bool punct_is(const Token& tok, const char (&punct)[N]) {
+  if (tok.kind != Tok::kPunct || tok.text.size() != N - 1) return false;
+  for (std::size_t i = 0; i + 1 < N; ++i) {
+    if (tok.text[i] != punct[i]) return false;
+  }
+  return true;
+}
+
 std::string quoted(std::string_view text) { return "'" + std::string(text) + "'"; }
 
 std::string counted(std::int64_t n, std::string_view word) {
@@ -65,11 +74,11 @@ Place place_after(const Token& tok) {
 
 // How a value that begins with `tok` reads in a message.
 std::string got_text(const Token& tok) {
-  if (tok.is("{")) return "a set";
-  if (tok.is("[")) return "an array";
-  if (tok.is("#[")) return "an indexed array";
-  if (tok.is("<")) return "a tuple";
-  if (tok.is("#<")) return "a named tuple";
+  if (punct_is(tok, "{")) return "a set";
+  if (punct_is(tok, "[")) return "an array";
+  if (punct_is(tok, "#[")) return "an indexed array";
+  if (punct_is(tok, "<")) return "a tuple";
+  if (punct_is(tok, "#<")) return "a named tuple";
   return describe(tok);
 }
 
@@ -111,9 +120,11 @@ class Scanner {
     std::vector<DatItem> items;
     std::unordered_map<std::string_view, Place> seen;
     for (Token tok = lex_.next(); tok.kind != Tok::kEnd; tok = lex_.next()) {
-      if (tok.is(";")) continue;  // an empty item, as after a doubled ';'
+      if (punct_is(tok, ";")) continue;  // an empty item, as after a doubled ';'
       refuse_connection(tok);
-      if (tok.kind != Tok::kIdent) fail_at(tok.place, "expected the name of a data item, got " + describe(tok));
+      if (tok.kind != Tok::kIdent) {
+        fail_at(tok.place, "expected the name of a data item, got " + describe(tok));
+      }
       auto [it, fresh] = seen.emplace(tok.text, tok.place);
       if (!fresh) fail_at(tok.place, quoted(tok.text) + " is already given at " + it->second.text());
       DatItem item{std::string(tok.text), tok.place, Place{}, 0, 0};
@@ -133,7 +144,7 @@ class Scanner {
 
   void expect_equals(const DatItem& item) {
     const Token tok = lex_.next();
-    if (tok.is("=")) return;
+    if (punct_is(tok, "=")) return;
     refuse_connection(tok);
     // `x from SheetRead(...)` and `x to SheetWrite(...)`: name the construct.
     if (tok.is_word("from") || tok.is_word("to")) refuse_connection(lex_.next());
@@ -142,16 +153,16 @@ class Scanner {
 
   void scan_value(DatItem& item) {
     Token tok = lex_.next();
-    if (tok.is(";") || tok.kind == Tok::kEnd) {
+    if (punct_is(tok, ";") || tok.kind == Tok::kEnd) {
       fail_at(tok.place, "expected a value for " + quoted(item.name) + ", got " + describe(tok));
     }
     item.value_place = tok.place;
     item.value_begin = offset_of(file_, tok);
     stack_.clear();
     count_ = 0;
-    while (!(tok.is(";") && stack_.empty())) {
+    while (!(punct_is(tok, ";") && stack_.empty())) {
       if (tok.kind == Tok::kEnd) at_end(item);
-      if (tok.is(";")) {
+      if (punct_is(tok, ";")) {
         fail_at(stack_.back().place, "unbalanced brackets: " + quoted(stack_.back().text) +
                                          " is not closed before the ';' at " + tok.place.text());
       }
@@ -166,7 +177,9 @@ class Scanner {
   }
 
   [[noreturn]] void at_end(const DatItem& item) {
-    if (!stack_.empty()) fail_at(stack_.back().place, "unbalanced brackets: " + quoted(stack_.back().text) + " is never closed");
+    if (!stack_.empty()) {
+      fail_at(stack_.back().place, "unbalanced brackets: " + quoted(stack_.back().text) + " is never closed");
+    }
     fail_at(last_, "missing ';' after the value of " + quoted(item.name));
   }
 
@@ -176,19 +189,28 @@ class Scanner {
     switch (tok.kind) {
       case Tok::kInt:
       case Tok::kFloat:
-      case Tok::kString: return;
-      case Tok::kIdent: return refuse_connection(tok);
-      default: break;
+      case Tok::kString:
+        return;
+      case Tok::kIdent:
+        return refuse_connection(tok);
+      default:
+        break;
+    }
+    if (punct_is(tok, ",") || punct_is(tok, ":") || punct_is(tok, "..") || punct_is(tok, "-") ||
+        punct_is(tok, "+")) {
+      return;
     }
     const std::string_view t = tok.text;
-    if (t == "," || t == ":" || t == ".." || t == "-" || t == "+") return;
     for (const auto& [open, close] : kBrackets) {
       if (t[0] == open[0] && t == open) return push(tok, close);
       if (t[0] == close[0] && t == close) return pop(tok, open);
     }
-    if (tok.is("=") && last_is_name_ && count_ >= 2) {
+    if (punct_is(tok, "=") && last_is_name_ && count_ >= 2) {
       // `a = 1  b = 2;`: the name before this '=' starts the next item.
-      if (!stack_.empty()) fail_at(stack_.back().place, "unbalanced brackets: " + quoted(stack_.back().text) + " is never closed");
+      if (!stack_.empty()) {
+        fail_at(stack_.back().place,
+                "unbalanced brackets: " + quoted(stack_.back().text) + " is never closed");
+      }
       fail_at(before_last_, "missing ';' after the value of " + quoted(item.name));
     }
     fail_at(tok.place, "unexpected " + describe(tok) + " in the value of " + quoted(item.name));
@@ -196,7 +218,8 @@ class Scanner {
 
   void push(const Token& tok, std::string_view closer) {
     if (stack_.size() >= kMaxDepth) {
-      fail_at(tok.place, "values nested deeper than " + std::to_string(kMaxDepth) + " levels are not supported");
+      fail_at(tok.place,
+              "values nested deeper than " + std::to_string(kMaxDepth) + " levels are not supported");
     }
     stack_.push_back(Open{tok.text, closer, tok.place});
   }
@@ -207,8 +230,8 @@ class Scanner {
     }
     const Open& top = stack_.back();
     if (top.closer != tok.text) {
-      fail_at(tok.place, "unbalanced brackets: expected " + quoted(top.closer) + " to close the " + quoted(top.text) +
-                             " at " + top.place.text() + ", got " + quoted(tok.text));
+      fail_at(tok.place, "unbalanced brackets: expected " + quoted(top.closer) + " to close the " +
+                             quoted(top.text) + " at " + top.place.text() + ", got " + quoted(tok.text));
     }
     stack_.pop_back();
   }
@@ -277,10 +300,18 @@ class Reader {
     index_.assign(shape.dims.size(), nullptr);
     Value v;
     switch (shape.kind) {
-      case DataShape::Kind::kScalar: v = elem(shape.elem, nullptr); break;
-      case DataShape::Kind::kSet: v = set_value(shape.elem); break;
-      case DataShape::Kind::kRange: v = range_value(); break;
-      case DataShape::Kind::kArray: v = level(0); break;
+      case DataShape::Kind::kScalar:
+        v = elem(shape.elem, nullptr);
+        break;
+      case DataShape::Kind::kSet:
+        v = set_value(shape.elem);
+        break;
+      case DataShape::Kind::kRange:
+        v = range_value();
+        break;
+      case DataShape::Kind::kArray:
+        v = level(0);
+        break;
     }
     finish();
     return v;
@@ -329,18 +360,22 @@ class Reader {
     tok_ = lex_.next();
   }
   void skip_comma() {
-    if (tok_.is(",")) advance();
+    if (punct_is(tok_, ",")) advance();
   }
   void expect(std::string_view punct, const std::string& after) {
-    if (!tok_.is(punct)) fail_at(tok_.place, "expected " + quoted(punct) + " after " + after + ", got " + describe(tok_));
+    if (!tok_.is(punct)) {
+      fail_at(tok_.place, "expected " + quoted(punct) + " after " + after + ", got " + describe(tok_));
+    }
     advance();
   }
   void finish() {
-    if (!tok_.is(";")) {
+    if (!punct_is(tok_, ";")) {
       fail_at(tok_.place, "unexpected " + describe(tok_) + " after the value of " + quoted(item_.name));
     }
   }
-  std::string_view slice(std::size_t begin, std::size_t end) const { return file_.text().substr(begin, end - begin); }
+  std::string_view slice(std::size_t begin, std::size_t end) const {
+    return file_.text().substr(begin, end - begin);
+  }
 
   [[noreturn]] void mismatch(const std::string& expected, const TupleField* field, const Place& at,
                              const std::string& got) const {
@@ -352,8 +387,8 @@ class Reader {
   // A number with its optional sign, or maxint or infinity. False, with
   // nothing consumed, when the value does not start like a number.
   bool number(Number* out) {
-    const bool negative = tok_.is("-");
-    const bool is_signed = negative || tok_.is("+");
+    const bool negative = punct_is(tok_, "-");
+    const bool is_signed = negative || punct_is(tok_, "+");
     if (is_signed) advance();
     if (tok_.kind == Tok::kInt) {
       out->i = negative ? -tok_.int_value : tok_.int_value;
@@ -367,7 +402,8 @@ class Reader {
       out->d = std::numeric_limits<double>::infinity() * (negative ? -1 : 1);
     } else {
       if (is_signed) {
-        fail_at(tok_.place, "expected a number after '" + std::string(negative ? "-" : "+") + "', got " + describe(tok_));
+        fail_at(tok_.place,
+                "expected a number after '" + std::string(negative ? "-" : "+") + "', got " + describe(tok_));
       }
       return false;
     }
@@ -380,8 +416,10 @@ class Reader {
   Value elem(const ElemType& t, const TupleField* field) {
     switch (t.base) {
       case ElemType::Base::kInt:
-      case ElemType::Base::kFloat: return numeric(t, field);
-      case ElemType::Base::kBool: return boolean(t, field);
+      case ElemType::Base::kFloat:
+        return numeric(t, field);
+      case ElemType::Base::kBool:
+        return boolean(t, field);
       case ElemType::Base::kString:
         if (tok_.kind == Tok::kString) {
           Value v = Value::str(std::move(tok_.str_value));
@@ -419,8 +457,8 @@ class Reader {
   // ------------------------------------------------------------ tuples
 
   Value tuple_value(const TupleInfo& t, const TupleField* field) {
-    if (tok_.is("<")) return positional_tuple(t);
-    if (tok_.is("#<")) return named_tuple(t);
+    if (punct_is(tok_, "<")) return positional_tuple(t);
+    if (punct_is(tok_, "#<")) return named_tuple(t);
     mismatch("a tuple " + quoted(t.name), field, tok_.place, got_text(tok_));
   }
 
@@ -431,7 +469,7 @@ class Reader {
     const std::size_t n = t.fields.size();
     ValueVec out;
     out.reserve(n);
-    while (!tok_.is(">")) {
+    while (!punct_is(tok_, ">")) {
       if (out.size() == n) too_many_fields(t, open);
       out.push_back(elem(t.fields[out.size()].type, &t.fields[out.size()]));
       skip_comma();
@@ -443,7 +481,7 @@ class Reader {
 
   [[noreturn]] void too_many_fields(const TupleInfo& t, const Place& open) {
     std::size_t count = t.fields.size();
-    for (; !tok_.is(">"); ++count) {
+    for (; !punct_is(tok_, ">"); ++count) {
       any_value();
       skip_comma();
     }
@@ -462,12 +500,12 @@ class Reader {
     advance();
     ValueVec out(t.fields.size());
     std::vector<Place> given(t.fields.size());
-    while (!tok_.is(">#")) {
+    while (!punct_is(tok_, ">#")) {
       const Place at = tok_.place;
       const std::size_t i = field_named(t);
       if (given[i].known()) {
-        fail_at(at, "field " + quoted(t.fields[i].name) + " is given twice in the value of " + quoted(item_.name) +
-                        " (first at " + given[i].text() + ")");
+        fail_at(at, "field " + quoted(t.fields[i].name) + " is given twice in the value of " +
+                        quoted(item_.name) + " (first at " + given[i].text() + ")");
       }
       given[i] = at;
       advance();
@@ -477,8 +515,8 @@ class Reader {
     }
     for (std::size_t i = 0; i < given.size(); ++i) {
       if (!given[i].known()) {
-        fail_at(open, quoted(item_.name) + " gives no value for field " + quoted(t.fields[i].name) + " of tuple " +
-                          quoted(t.name));
+        fail_at(open, quoted(item_.name) + " gives no value for field " + quoted(t.fields[i].name) +
+                          " of tuple " + quoted(t.name));
       }
     }
     advance();
@@ -500,7 +538,7 @@ class Reader {
   Value set_value(const ElemType& t) {
     const std::string expected =
         "a set of " + (t.base == ElemType::Base::kTuple ? "tuples " + quoted(t.spelling()) : t.spelling());
-    if (tok_.is("{")) return set_members(t);
+    if (punct_is(tok_, "{")) return set_members(t);
     if (t.base == ElemType::Base::kInt) {
       std::int64_t lo = 0;
       std::int64_t hi = 0;
@@ -514,10 +552,12 @@ class Reader {
     advance();
     ValueVec out;
     Map seen;
-    while (!tok_.is("}")) {
+    while (!punct_is(tok_, "}")) {
       const Place at = tok_.place;
       Value v = elem(t, nullptr);
-      if (seen.contains(v)) fail_at(at, "member " + quoted(data_text(v)) + " appears twice in " + quoted(item_.name));
+      if (seen.contains(v)) {
+        fail_at(at, "member " + quoted(data_text(v)) + " appears twice in " + quoted(item_.name));
+      }
       seen.set(v, Value());
       out.push_back(std::move(v));
       skip_comma();
@@ -556,7 +596,9 @@ class Reader {
     const std::size_t begin = offset_of(file_, tok_);
     Number a;
     if (!number(&a)) return false;
-    if (!tok_.is("..")) mismatch(expected, nullptr, at, "number " + std::string(slice(begin, last_end_)));
+    if (!punct_is(tok_, "..")) {
+      mismatch(expected, nullptr, at, "number " + std::string(slice(begin, last_end_)));
+    }
     const auto [start, end] = range_rest(a, at, begin);
     *lo = start;
     *hi = end;
@@ -571,8 +613,12 @@ class Reader {
     const std::size_t b_begin = offset_of(file_, tok_);
     Number b;
     if (!number(&b)) fail_at(tok_.place, "expected the end of the range after '..', got " + describe(tok_));
-    if (!a.is_int) fail_at(at, "a range needs integer bounds, got number " + std::string(slice(begin, a_end)));
-    if (!b.is_int) fail_at(b_at, "a range needs integer bounds, got number " + std::string(slice(b_begin, last_end_)));
+    if (!a.is_int) {
+      fail_at(at, "a range needs integer bounds, got number " + std::string(slice(begin, a_end)));
+    }
+    if (!b.is_int) {
+      fail_at(b_at, "a range needs integer bounds, got number " + std::string(slice(b_begin, last_end_)));
+    }
     return {a.i, b.i};
   }
 
@@ -581,10 +627,10 @@ class Reader {
   Value level(std::size_t k) {
     const DataShape& s = *shape_;
     if (k == s.dims.size()) return s.array_of_sets ? set_value(s.elem) : elem(s.elem, nullptr);
-    if (tok_.is("[")) return positional(k);
-    if (tok_.is("#[")) return keyed(k);
-    fail_at(tok_.place, quoted(item_.name) + " expects an array over " + quoted(s.dims[k].name) + " here, got " +
-                            got_text(tok_));
+    if (punct_is(tok_, "[")) return positional(k);
+    if (punct_is(tok_, "#[")) return keyed(k);
+    fail_at(tok_.place, quoted(item_.name) + " expects an array over " + quoted(s.dims[k].name) +
+                            " here, got " + got_text(tok_));
   }
 
   Value positional(std::size_t k) {
@@ -595,15 +641,15 @@ class Reader {
     const std::int64_t size = dim.size();
     ValueVec values;
     values.reserve(static_cast<std::size_t>(std::min(size, kMaxReserve)));
-    while (!tok_.is("]")) {
+    while (!punct_is(tok_, "]")) {
       values.push_back(level(k + 1));
       skip_comma();
     }
     advance();
     const auto given = static_cast<std::int64_t>(values.size());
     if (given != size) {
-      fail_at(open, quoted(item_.name) + " has " + counted(given, "value") + " but its index set " + quoted(dim.name) +
-                        " has " + counted(size, "member"));
+      fail_at(open, quoted(item_.name) + " has " + counted(given, "value") + " but its index set " +
+                        quoted(dim.name) + " has " + counted(size, "member"));
     }
     return assemble(k, std::move(values));
   }
@@ -628,11 +674,11 @@ class Reader {
     const std::int64_t size = dim.size();
     Slots slots(size, file_.text().size());
     std::vector<Entry> entries;
-    while (!tok_.is("]#")) {
+    while (!punct_is(tok_, "]#")) {
       const Key key = key_of(k);
       if (auto first = slots.find(key.pos)) {
-        fail_at(key.place, "key " + key_text(key) + " of " + quoted(item_.name) + " is given twice (first at " +
-                               entries[*first].place.text() + ")");
+        fail_at(key.place, "key " + key_text(key) + " of " + quoted(item_.name) +
+                               " is given twice (first at " + entries[*first].place.text() + ")");
       }
       expect(":", "the key " + key_text(key));
       slots.put(key.pos, entries.size());
@@ -643,7 +689,8 @@ class Reader {
     if (static_cast<std::int64_t>(entries.size()) != size) missing_key(k, slots, open);
     ValueVec values;
     values.reserve(entries.size());
-    for (std::int64_t pos = 0; pos < size; ++pos) values.push_back(std::move(entries[*slots.find(pos)].value));
+    for (std::int64_t pos = 0; pos < size; ++pos)
+      values.push_back(std::move(entries[*slots.find(pos)].value));
     return assemble(k, std::move(values));
   }
 
@@ -653,8 +700,10 @@ class Reader {
     const DimInfo& dim = shape_->dims[k];
     std::int64_t pos = 0;
     while (slots.find(pos)) ++pos;
-    const Value member = dim.is_range ? Value::integer(dim.start + pos) : dim.members.items()[static_cast<std::size_t>(pos)];
-    fail_at(open, quoted(item_.name) + " gives no value for " + quoted(data_text(member)) + " of " + quoted(dim.name));
+    const Value member =
+        dim.is_range ? Value::integer(dim.start + pos) : dim.members.items()[static_cast<std::size_t>(pos)];
+    fail_at(open, quoted(item_.name) + " gives no value for " + quoted(data_text(member)) + " of " +
+                      quoted(dim.name));
   }
 
   Key key_of(std::size_t k) {
@@ -673,7 +722,8 @@ class Reader {
       key.pos = pos->as_int();
       return key;
     }
-    fail_at(key.place, "key " + key_text(key) + " of " + quoted(item_.name) + " is not a member of " + quoted(dim.name));
+    fail_at(key.place,
+            "key " + key_text(key) + " of " + quoted(item_.name) + " is not a member of " + quoted(dim.name));
   }
 
   std::string key_text(const Key& key) const {
@@ -687,7 +737,8 @@ class Reader {
       const DimInfo& dim = shape_->dims[k];
       if (!dim.members.is_sequence()) return *index_[k];
       const ValueVec& members = dim.members.items();
-      for (std::size_t i = 0; i < members.size(); ++i) index_[k]->set(members[i], Value::integer(static_cast<std::int64_t>(i)));
+      for (std::size_t i = 0; i < members.size(); ++i)
+        index_[k]->set(members[i], Value::integer(static_cast<std::int64_t>(i)));
     }
     return *index_[k];
   }
@@ -698,11 +749,13 @@ class Reader {
     Number n;
     if (number(&n)) return n.value();
     if (tok_.kind == Tok::kString || tok_.is_word("true") || tok_.is_word("false")) return scalar_word();
-    if (!tok_.is("<")) fail_at(tok_.place, "expected a key (a number, a string or a tuple), got " + got_text(tok_));
+    if (!punct_is(tok_, "<")) {
+      fail_at(tok_.place, "expected a key (a number, a string or a tuple), got " + got_text(tok_));
+    }
     const Nest nest(*this, tok_.place);
     advance();
     ValueVec items;
-    while (!tok_.is(">")) {
+    while (!punct_is(tok_, ">")) {
       items.push_back(key_value());
       skip_comma();
     }
@@ -712,7 +765,8 @@ class Reader {
 
   // A string literal, `true` or `false` (the caller has checked which).
   Value scalar_word() {
-    Value v = tok_.kind == Tok::kString ? Value::str(std::move(tok_.str_value)) : Value::boolean(tok_.is_word("true"));
+    Value v = tok_.kind == Tok::kString ? Value::str(std::move(tok_.str_value))
+                                        : Value::boolean(tok_.is_word("true"));
     advance();
     return v;
   }
@@ -724,16 +778,16 @@ class Reader {
     const std::size_t begin = offset_of(file_, tok_);
     Number n;
     if (number(&n)) {
-      if (!tok_.is("..")) return n.value();
+      if (!punct_is(tok_, "..")) return n.value();
       const auto [start, end] = range_rest(n, at, begin);
       return range_map(start, end);
     }
     if (tok_.kind == Tok::kString || tok_.is_word("true") || tok_.is_word("false")) return scalar_word();
-    if (tok_.is("{")) return Value::list(any_items("}"));
-    if (tok_.is("[")) return Value::list(any_items("]"));
-    if (tok_.is("<")) return Value::tuple(any_items(">"));
-    if (tok_.is("#[")) return any_keyed();
-    if (tok_.is("#<")) return any_named();
+    if (punct_is(tok_, "{")) return Value::list(any_items("}"));
+    if (punct_is(tok_, "[")) return Value::list(any_items("]"));
+    if (punct_is(tok_, "<")) return Value::tuple(any_items(">"));
+    if (punct_is(tok_, "#[")) return any_keyed();
+    if (punct_is(tok_, "#<")) return any_named();
     fail_at(tok_.place, "unexpected " + describe(tok_) + " in the value of " + quoted(item_.name));
   }
 
@@ -753,7 +807,7 @@ class Reader {
     const Nest nest(*this, tok_.place);
     advance();
     MapPtr m = make_map();
-    while (!tok_.is("]#")) {
+    while (!punct_is(tok_, "]#")) {
       Key key;
       key.place = tok_.place;
       key.begin = offset_of(file_, tok_);
@@ -774,11 +828,12 @@ class Reader {
     const Nest nest(*this, tok_.place);
     advance();
     MapPtr m = make_map();
-    while (!tok_.is(">#")) {
+    while (!punct_is(tok_, ">#")) {
       if (tok_.kind != Tok::kIdent) fail_at(tok_.place, "expected a field name, got " + describe(tok_));
       const std::string field(tok_.text);
       if (m->contains(field)) {
-        fail_at(tok_.place, "field " + quoted(field) + " is given twice in the value of " + quoted(item_.name));
+        fail_at(tok_.place,
+                "field " + quoted(field) + " is given twice in the value of " + quoted(item_.name));
       }
       advance();
       expect(":", "field " + quoted(field));

@@ -6,11 +6,16 @@ namespace kolva::opl {
 
 std::string ElemType::spelling() const {
   switch (base) {
-    case Base::kInt: return "int";
-    case Base::kFloat: return "float";
-    case Base::kString: return "string";
-    case Base::kBool: return "boolean";
-    case Base::kTuple: return tuple != nullptr ? tuple->name : std::string("tuple");
+    case Base::kInt:
+      return "int";
+    case Base::kFloat:
+      return "float";
+    case Base::kString:
+      return "string";
+    case Base::kBool:
+      return "boolean";
+    case Base::kTuple:
+      return tuple != nullptr ? tuple->name : std::string("tuple");
   }
   return "?";
 }

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
+#include <utility>
 
 namespace kolva::opl {
 
@@ -18,6 +19,27 @@ bool is_ident_char(char c) { return is_ident_start(c) || is_digit(c); }
 constexpr std::array<std::string_view, 11> kTwoCharPunct = {"..", "<=", ">=", "==", "!=", "=>",
                                                             "&&", "||", "#[", "]#", "#<"};
 constexpr std::string_view kOneCharPunct = "+-*/%<>=!()[]{},;:.?|#&";
+
+// A table rather than a search of kOneCharPunct: it is asked for every comma.
+constexpr std::array<bool, 256> kIsOneCharPunct = [] {
+  std::array<bool, 256> table{};
+  for (char c : kOneCharPunct) table[static_cast<unsigned char>(c)] = true;
+  return table;
+}();
+bool is_one_char_punct(char c) { return kIsOneCharPunct[static_cast<unsigned char>(c)]; }
+
+// The place just after `before`, which starts at `start` and may span lines
+// (a string continued with a backslash).
+Place place_within(Place start, std::string_view before) {
+  const std::size_t last_break = before.rfind('\n');
+  if (last_break == std::string_view::npos) {
+    start.col += static_cast<std::uint32_t>(before.size());
+  } else {
+    start.line += static_cast<std::uint32_t>(std::count(before.begin(), before.end(), '\n'));
+    start.col = static_cast<std::uint32_t>(before.size() - last_break);
+  }
+  return start;
+}
 
 }  // namespace
 
@@ -81,8 +103,10 @@ Token Lexer::next() {
     pos_ = end;
     return tok;
   }
-  if (is_digit(c) || (c == '.' && pos_ + 1 < text_.size() && is_digit(text_[pos_ + 1]))) return number(tok);
-  if (c == '"') return string_literal(tok);
+  if (is_digit(c) || (c == '.' && pos_ + 1 < text_.size() && is_digit(text_[pos_ + 1]))) {
+    return number(std::move(tok));
+  }
+  if (c == '"') return string_literal(std::move(tok));
   // Compared by characters: this runs for every punctuation token, and data
   // files are mostly numbers and commas.
   const char c2 = pos_ + 1 < text_.size() ? text_[pos_ + 1] : '\0';
@@ -101,7 +125,7 @@ Token Lexer::next() {
     pos_ += 2;
     return tok;
   }
-  if (kOneCharPunct.find(c) != std::string_view::npos) {
+  if (is_one_char_punct(c)) {
     tok.kind = Tok::kPunct;
     tok.text = text_.substr(pos_, 1);
     pos_ += 1;
@@ -203,11 +227,15 @@ Token Lexer::string_literal(Token tok) {
         break;
       case '\n':
         break;  // a backslash at the end of a line continues the string
-      default: {
-        Place at = tok.place;
-        at.col += static_cast<std::uint32_t>(i - pos_);
-        fail(at, std::string("unknown escape sequence '\\") + e + "' in string");
-      }
+      case '\r':
+        if (i + 2 < text_.size() && text_[i + 2] == '\n') {
+          ++i;  // the same at the end of a CRLF line
+          break;
+        }
+        [[fallthrough]];
+      default:
+        fail(place_within(tok.place, text_.substr(pos_, i - pos_)),
+             std::string("unknown escape sequence '\\") + e + "' in string");
     }
     i += 2;
   }
@@ -219,16 +247,26 @@ Token Lexer::string_literal(Token tok) {
 }
 
 std::string describe(const Token& tok) {
+  // Appended rather than `"..." + std::string(...)`, which trips GCC 12's
+  // -Wrestrict false positive at -O3.
+  std::string out;
   switch (tok.kind) {
     case Tok::kEnd:
       return "end of file";
     case Tok::kString:
-      return "string " + std::string(tok.text);
+      out = "string ";
+      out += tok.text;
+      return out;
     case Tok::kInt:
     case Tok::kFloat:
-      return "number " + std::string(tok.text);
+      out = "number ";
+      out += tok.text;
+      return out;
     default:
-      return "'" + std::string(tok.text) + "'";
+      out = "'";
+      out += tok.text;
+      out += '\'';
+      return out;
   }
 }
 
