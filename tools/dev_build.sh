@@ -12,4 +12,9 @@ if [ ! -f build/dev/build.ninja ]; then
     -Dnanobind_DIR="$(python -c 'import nanobind; print(nanobind.cmake_dir())')" >/dev/null
 fi
 ninja -C build/dev _engine "$@"
-cp build/dev/_engine*.so src/kolva/
+# Copy under a temporary name and rename: overwriting the file in place would
+# crash processes that have the old extension loaded.
+for so in build/dev/_engine*.so; do
+  cp "$so" "src/kolva/.$(basename "$so").tmp"
+  mv -f "src/kolva/.$(basename "$so").tmp" "src/kolva/$(basename "$so")"
+done

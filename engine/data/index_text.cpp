@@ -1,11 +1,14 @@
 #include "data/index_text.hpp"
 
+#include <algorithm>
+#include <array>
 #include <cctype>
 #include <charconv>
 #include <cmath>
 #include <exception>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "model/error.hpp"
@@ -405,6 +408,8 @@ Value arithmetic_of(const Expr& e, const NameLookup& lookup) {
       if (!e.value.is_number()) throw Reject{};
       return as_index_number(e.value);
     case Expr::Kind::kName: {
+      // A keyword is no name to Python's parser: the text is not arithmetic.
+      if (is_python_keyword(e.text)) throw Reject{};
       const Value v = lookup(e.text);
       if (!v.is_number()) throw Reject{};
       return as_index_number(v);
@@ -441,6 +446,15 @@ Value arithmetic_of(const Expr& e, const NameLookup& lookup) {
 }
 
 }  // namespace
+
+bool is_python_keyword(std::string_view word) {
+  static constexpr std::array<std::string_view, 35> kKeywords = {
+      "False", "None",     "True",  "and",    "as",   "assert", "async",  "await",    "break",
+      "class", "continue", "def",   "del",    "elif", "else",   "except", "finally",  "for",
+      "from",  "global",   "if",    "import", "in",   "is",     "lambda", "nonlocal", "not",
+      "or",    "pass",     "raise", "return", "try",  "while",  "with",   "yield"};
+  return std::find(kKeywords.begin(), kKeywords.end(), word) != kKeywords.end();
+}
 
 std::optional<Value> parse_index_literal(std::string_view text) {
   while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);

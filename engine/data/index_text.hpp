@@ -15,6 +15,9 @@ namespace kolva {
 // lists, None/True/False, signed numbers); nullopt when it is not one.
 std::optional<Value> parse_index_literal(std::string_view text);
 
+// Whether Python reserves the word (a name that is no name to its parser).
+bool is_python_keyword(std::string_view word);
+
 // Integer arithmetic over names: + - * // and unary minus, numbers, names
 // and tuples. `lookup` gives a name's value. nullopt when the text is not of
 // that form or a value is not numeric.

@@ -1,5 +1,6 @@
 // What a name with subscripts stands for: a decision variable, a data
 // parameter or an inline parameter of the model, tried in that order.
+#include <cctype>
 #include <string>
 
 #include "data/index_text.hpp"
@@ -423,23 +424,49 @@ LookupResult Generator::_resolve_ast_parameter(const std::string& name, const Va
   raise_semantic("AST parameter '" + name + "' with indices " + indices_text(indices) + " not found.");
 }
 
+namespace {
+
+// An ASCII identifier that Python reads as a plain name: not a keyword (the
+// keywords True, False and None are literals).
+bool is_plain_name(std::string_view text) {
+  if (text.empty() || std::isdigit(static_cast<unsigned char>(text[0])) != 0) return false;
+  for (const char ch : text) {
+    if (std::isalnum(static_cast<unsigned char>(ch)) == 0 && ch != '_') return false;
+  }
+  return !is_python_keyword(text);
+}
+
+}  // namespace
+
 Value Generator::_eval_index(const Value& idx, const Env& env) {
   if (!idx.is_str()) return idx;
   const std::string& text = idx.as_str();
-  if (auto literal = parse_index_literal(text)) return *literal;
   const auto lookup = [&](std::string_view name) -> Value {
     if (const Value* bound = env.find(name)) return *bound;
     if (const Value* entry = data_dict->find(name)) return *entry;
     return Value::str(name);
   };
+  // A plain name (most subscripts: set members such as "seattle") is no
+  // literal; as arithmetic it is the number it is bound to, else itself.
+  // Deciding that here spares the general readers, which reject by raising.
+  if (is_plain_name(text)) {
+    const Value bound = lookup(text);
+    if (!bound.is_number()) return idx;
+    if (bound.is_bool()) return Value::integer(bound.as_bool() ? 1 : 0);
+    return bound.is_float() ? normalize_integral(bound) : bound;
+  }
+  if (auto literal = parse_index_literal(text)) return *literal;
   if (auto computed = eval_index_arithmetic(text, lookup)) {
     return computed->is_float() ? normalize_integral(*computed) : *computed;
   }
+  // int(text) as the last resort; most subscripts that get here are plain
+  // names ("seattle"), which must not cost a raised error each.
   try {
-    return Value::integer(py_int(idx));
+    if (auto i = int_from_text(text)) return Value::integer(*i);
   } catch (const Error&) {
-    return idx;
+    // past 64 bits: the text stays a string, as any other failed conversion
   }
+  return idx;
 }
 
 std::optional<MapPtr> Generator::_convert_flat_kv_to_dict(const Value& param_data) const {

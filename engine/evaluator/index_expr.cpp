@@ -20,11 +20,14 @@ Value index_value_of_name(const Value& name, const Map& env, const Map& data_dic
   }
   if (val.is_float()) return normalize_integral(val);
   if (val.is_str()) {
+    // A string that is no integer literal stays as it is; asking first keeps
+    // plain member names ("seattle") from costing a raised error each.
     try {
-      return Value::integer(py_int(val));
+      if (auto i = int_from_text(val.as_str())) return Value::integer(*i);
     } catch (const Error&) {
-      return val;
+      // past 64 bits: the string stays, as for any other failed conversion
     }
+    return val;
   }
   return val;
 }

@@ -143,6 +143,12 @@ bool parse_int_text(std::string_view text, std::int64_t& out) {
 
 }  // namespace
 
+std::optional<std::int64_t> int_from_text(std::string_view text) {
+  std::int64_t out = 0;
+  if (parse_int_text(text, out)) return out;
+  return std::nullopt;
+}
+
 std::optional<std::int64_t> integral_value(double d) {
   if (!std::isfinite(d) || d != std::floor(d) || d >= kTwoPow63 || d < -kTwoPow63) {
     return std::nullopt;

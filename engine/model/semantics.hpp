@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "model/value.hpp"
@@ -22,6 +23,9 @@ bool py_truth(const Value& v);
 double py_float(const Value& v);
 std::int64_t py_int(const Value& v);
 
+// int(text) for a string: the value when the text is an integer literal, none
+// when it is not (without raising); OverflowError past 64 bits.
+std::optional<std::int64_t> int_from_text(std::string_view text);
 // The integer that a float stands for when it is integral and fits in 64 bits.
 std::optional<std::int64_t> integral_value(double d);
 // Integral floats and booleans become ints; anything else stays.
