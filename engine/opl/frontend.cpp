@@ -274,8 +274,21 @@ class DataLoader {
   // integer 7, so entries keyed by such strings are keyed by the integer.
   static Value generator_keys(const Value& v) {
     if (!v.is_map()) return v;
+    const auto& items = v.as_map()->items();
+    // Most data has no such keys: keep the map as it is unless one level
+    // below or this level itself has to change.
+    std::vector<Value> inner;
+    inner.reserve(items.size());
+    bool changed = false;
+    for (const auto& [key, item] : items) {
+      inner.push_back(generator_keys(item));
+      const bool rekeyed = key.is_str() && !digits_as_int(key).is_str();
+      changed = changed || rekeyed || inner.back().identity() != item.identity();
+    }
+    if (!changed) return v;
     MapPtr out = make_map();
-    for (const auto& [key, item] : v.as_map()->items()) out->set(digits_as_int(key), generator_keys(item));
+    for (std::size_t i = 0; i < items.size(); ++i)
+      out->set(digits_as_int(items[i].first), std::move(inner[i]));
     return Value::map(out);
   }
 
