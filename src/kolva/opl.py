@@ -121,9 +121,11 @@ def parse_data(
         model_filename: the name that messages show for ``model``.
 
     Returns:
-        A dictionary from item names to values. Only the items of this one
-        file: derived data that the model computes is evaluated by
-        :func:`load`, which sees all the data at once.
+        A dictionary from item names to values. With a model this is what
+        :func:`load` gives for the model and this one file: every item the
+        model reads from data must be in it, and the data the model computes
+        (derived declarations, hidden items of the lowering) is included.
+        Without a model, only the items of this file, as written.
 
     Raises:
         OplError: the data (or the model) has an error.
