@@ -505,3 +505,74 @@ def test_string_members_made_of_digits_still_find_their_data(tmp_path):
     solution = solve_problem(SciPyCSCCodeGenerator(tree, data).build_problem())
     assert solution.objective_value == pytest.approx(5.0)
     assert solution.values == {"x_7": pytest.approx(2.0), "x_a": pytest.approx(3.0)}
+
+
+# ---------------------------------------------------------------- more constructs
+
+
+def test_variable_types_and_sense():
+    tree = tree_of("dvar int+ a; dvar boolean b; dvar float c; dvar int d; maximize a + b - c + d;")
+    assert [(d["name"], d["var_type"]) for d in tree["declarations"]] == [
+        ("a", "int+"),
+        ("b", "boolean"),
+        ("c", "float"),
+        ("d", "int"),
+    ]
+    assert tree["objective"]["type"] == "maximize"
+    assert tree["objective"]["expression"]["op"] == "+"
+
+
+def test_forall_block_nested_forall_and_the_constraints_keyword():
+    tree = tree_of(
+        "range I = 1..2; range J = 1..3; dvar float x[I][J]; minimize 0;"
+        "constraints { forall(i in I) { a: x[i][1] >= 0; forall(j in J : j > 1) b: x[i][j] <= j; } }"
+    )
+    (outer,) = tree["constraints"]
+    first, inner = outer["constraints"]
+    assert first["opl_label"] == "a" and first["op"] == ">="
+    assert inner["type"] == "forall_constraint"
+    assert inner["iterators"] == [{"iterator": "j", "range": {"type": "named_range", "name": "J"}}]
+    assert inner["index_constraint"] == {
+        "type": "binop",
+        "op": ">",
+        "left": {"type": "name", "value": "j"},
+        "right": num(1),
+    }
+    assert inner["constraints"][0]["right"] == {"type": "name", "value": "j"}
+
+
+def test_conditional_over_decisions_keeps_its_data_condition():
+    tree = tree_of("int n = 2; dvar float x; dvar float y; minimize (n > 1) ? x : y;")
+    assert tree["objective"]["expression"] == {
+        "type": "conditional",
+        "condition": {"type": "binop", "op": ">", "left": {"type": "name", "value": "n"}, "right": num(1)},
+        "then": {"type": "name", "value": "x", "sem_type": "float"},
+        "else": {"type": "name", "value": "y", "sem_type": "float"},
+    }
+
+
+def test_negative_literals_are_numbers_and_ranges_of_literals_stay_specifiers():
+    tree = tree_of("dvar float x[-2..2]; minimize sum(k in -2..2) x[k];")
+    assert decl(tree, "x")["dimensions"] == [{"type": "range_index", "start": num(-2), "end": num(2)}]
+    assert tree["objective"]["expression"]["iterators"][0]["range"] == {
+        "type": "range_specifier",
+        "start": num(-2),
+        "end": num(2),
+    }
+
+
+def test_filter_with_a_data_function_is_lifted(tmp_path):
+    model = "{string} S = {\"a\", \"b\", \"c\"}; dvar float x[S]; minimize 0; subject to { forall(s in S : ord(S, s) >= 1) x[s] >= 1; }"
+    tree, data = load_text(tmp_path, model)
+    filt = tree["constraints"][0]["index_constraint"]
+    assert filt["dimensions"] == [ref("s")]
+    assert data[filt["name"]] == {"a": False, "b": True, "c": True}
+
+
+def test_set_expression_domain_becomes_a_hidden_set(tmp_path):
+    model = "{int} A = {1, 2}; {int} B = {2, 3}; dvar float x[1..3]; minimize sum(k in A union B) x[k];"
+    tree, data = load_text(tmp_path, model)
+    rng = tree["objective"]["expression"]["iterators"][0]["range"]
+    assert rng["type"] == "named_set"
+    assert data[rng["name"]] == [1, 2, 3]
+    assert {"type": "set_declaration", "name": rng["name"]} in tree["declarations"]

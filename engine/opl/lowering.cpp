@@ -166,8 +166,17 @@ class Lowerer {
 
   // A bound of a declared index range: a literal, a scalar parameter, or a
   // hidden scalar computed from data.
+  static std::optional<std::int64_t> int_literal(const Expr& e) {
+    if (e.kind == ExprKind::kInt) return e.int_value;
+    if (e.kind == ExprKind::kUnary && e.text == "-" && e.args[0]->kind == ExprKind::kInt &&
+        e.args[0]->int_value != INT64_MIN) {
+      return -e.args[0]->int_value;
+    }
+    return std::nullopt;
+  }
+
   Value bound_node(const Expr& e) {
-    if (e.kind == ExprKind::kInt) return number_node(Value::integer(e.int_value));
+    if (auto literal = int_literal(e)) return number_node(Value::integer(*literal));
     if (e.kind == ExprKind::kName) {
       const Symbol* s = symbols_.find(e.text);
       if (s != nullptr && s->kind == SymKind::kParam && s->dims.empty() && !s->array_of_sets)
@@ -595,7 +604,7 @@ class Lowerer {
   }
 
   bool simple_bound(const Expr& e) const {
-    if (e.kind == ExprKind::kInt) return true;
+    if (int_literal(e)) return true;
     if (e.kind != ExprKind::kName) return false;
     const Symbol* s = symbols_.find(e.text);
     return s != nullptr && s->kind == SymKind::kParam && s->decl->dims.empty() &&
