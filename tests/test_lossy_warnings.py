@@ -54,10 +54,10 @@ def test_equality_antecedent_warns_once_with_the_count_and_the_first_constraint(
 def test_each_build_reports_its_own_uses(caplog):
     ast = xy([implication(constraint("==", name("x"), num(2)), constraint("<=", name("y"), num(1)))])
     caplog.set_level(logging.WARNING, logger=GEN_LOGGER)
-    g = generator(ast)
+    first, second = generator(ast), generator(ast)
     caplog.clear()
-    g.generate_code()
-    g.generate_code()
+    first.generate_code()
+    second.generate_code()
     lossy = [r.getMessage() for r in caplog.records if "Lossy encoding" in r.getMessage()]
     assert len(lossy) == 2
     assert all("Used 1 time(s)" in m for m in lossy)
@@ -140,16 +140,19 @@ def test_lossy_warnings_do_not_change_the_rows(caplog):
     assert quiet_lines == loud_lines
 
 
-def test_a_second_build_cannot_reuse_a_flag_whose_column_it_no_longer_has():
-    # The truth-flag cache outlives a build while the variable phase starts
-    # the columns afresh: the cached cmp_flag_0 keeps the column it had,
-    # one past the last column of the new build. Setting it is refused like
-    # an out-of-range list assignment, never written past the row.
+def test_a_second_build_on_one_generator_is_refused_before_anything_changes():
+    # A generator's phases append to its columns and script, and its truth
+    # flags outlive a build: a second build would reach a cached flag whose
+    # column it no longer has. It is refused instead, and the state of the
+    # first build stays as it was.
     import pytest
 
     ast = xy([constraint("!=", name("x"), name("y"))], var_type="int")
     g = generator(ast)
     first = g.build_problem()
     assert first.var_names[-1] == "cmp_flag_0"
-    with pytest.raises(IndexError, match="list assignment index out of range"):
+    with pytest.raises(ValueError, match="already built its program"):
         g.build_problem()
+    with pytest.raises(ValueError, match="already built its program"):
+        g.generate_code()
+    assert g.var_names == first.var_names

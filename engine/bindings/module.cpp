@@ -13,6 +13,7 @@
 #include <limits>
 #include <memory>
 #include <string>
+#include <typeinfo>
 
 #include "bindings/convert.hpp"
 #include "bindings/opl.hpp"
@@ -82,6 +83,9 @@ void translate_error(const std::exception_ptr& p, void* /*payload*/) {
         PyErr_SetString(PyExc_AttributeError, e.what());
         return;
     }
+  } catch (const std::bad_cast&) {
+    // A Python argument of the wrong kind met a conversion in a binding.
+    PyErr_SetString(PyExc_TypeError, "an argument is of the wrong type for this operation");
   }
 }
 
@@ -110,6 +114,19 @@ struct PyGenerator {
     gen->refresh_log_levels();
     return *gen;
   }
+
+  // A generator serves one build: its phases append to the script and the
+  // columns, so a second build would give a different program or fail on
+  // the way. It is refused instead, before anything changes.
+  Generator& core_for_build() {
+    if (built) {
+      raise(ErrorKind::kValue,
+            "this SciPyCSCCodeGenerator has already built its program; create a new one for another build");
+    }
+    built = true;
+    return core();
+  }
+  bool built = false;
 };
 
 struct PyEvaluator {
@@ -497,9 +514,9 @@ void bind_generator(nb::module_& m) {
       [](PyGenerator& g, nb::handle v) { g.gen->allow_symbolic_bool = PyObject_IsTrue(v.ptr()) == 1; });
 
   // Public operations and phases.
-  cls.def("generate_code", [](PyGenerator& g) { return g.core().generate_code(); });
+  cls.def("generate_code", [](PyGenerator& g) { return g.core_for_build().generate_code(); });
   cls.def("build_problem", [](PyGenerator& g) {
-    g.core().run_build_phases();
+    g.core_for_build().run_build_phases();
     release_free_memory();
     return problem_from_generator(*g.gen);
   });

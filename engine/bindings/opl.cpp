@@ -25,12 +25,20 @@ using namespace nb::literals;
 namespace kolva::bindings {
 namespace {
 
+// Messages quote the source, and a quote may end inside a multi-byte
+// character: such bytes are shown as replacement characters, never refused.
+nb::str text(const std::string& utf8) {
+  return nb::steal<nb::str>(
+      PyUnicode_DecodeUTF8(utf8.data(), static_cast<Py_ssize_t>(utf8.size()), "replace"));
+}
+
 void translate_opl_error(const std::exception_ptr& p, void* /*payload*/) {
   try {
     std::rethrow_exception(p);
   } catch (const opl::OplError& e) {
     nb::object cls = nb::module_::import_("kolva.opl_error").attr("OplError");
-    nb::object err = cls(e.message(), e.filename(), e.line(), e.column(), e.source_line(), e.what());
+    nb::object err = cls(text(e.message()), text(e.filename()), e.line(), e.column(), text(e.source_line()),
+                         text(e.what()));
     PyErr_SetObject(cls.ptr(), err.ptr());
   }
 }
