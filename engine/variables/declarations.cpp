@@ -3,7 +3,7 @@
 // its dimensions is the column order.
 #include <cctype>
 #include <memory>
-#include <regex>
+#include <optional>
 #include <string>
 
 #include "expansion/product.hpp"
@@ -345,6 +345,25 @@ void Generator::handle_indexed_variable_declaration(const Map& decl, std::vector
   });
 }
 
+namespace {
+
+bool ascii_letter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
+bool ascii_digit(char c) { return c >= '0' && c <= '9'; }
+
+// The base symbol of a column name: leading letters and digits (starting
+// with a letter), followed by nothing or by "_" and a rest on one line. A
+// scan, not a regular expression, so that no name is too long to read.
+std::optional<std::string> base_symbol(const std::string& vname) {
+  if (vname.empty() || !ascii_letter(vname[0])) return std::nullopt;
+  std::size_t end = 1;
+  while (end < vname.size() && (ascii_letter(vname[end]) || ascii_digit(vname[end]))) ++end;
+  if (end == vname.size()) return vname;
+  if (vname[end] != '_' || vname.find_first_of("\n\r", end) != std::string::npos) return std::nullopt;
+  return vname.substr(0, end);
+}
+
+}  // namespace
+
 std::pair<Value, Value> Generator::_infer_var_bounds(const std::string& vname) {
   const std::optional<std::int64_t> column = var_indices.find(vname);
   if (column && *column >= 0 && static_cast<std::size_t>(*column) < bounds.size()) {
@@ -358,10 +377,8 @@ std::pair<Value, Value> Generator::_infer_var_bounds(const std::string& vname) {
     return std::make_pair(std::move(lower), std::move(upper));
   };
   if (auto found = collected(vname)) return *found;
-  static const std::regex kBaseName("^([A-Za-z][A-Za-z0-9]*)(?:_.*)?$");
-  std::smatch match;
-  if (std::regex_match(vname, match, kBaseName)) {
-    if (auto found = collected(match[1].str())) return *found;
+  if (auto base = base_symbol(vname)) {
+    if (auto found = collected(*base)) return *found;
   }
   return {Value(), Value()};
 }
