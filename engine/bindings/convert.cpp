@@ -60,19 +60,35 @@ Value ToValue::convert_container(PyObject* obj, int depth) {
   if (const auto it = done_.find(obj); it != done_.end()) return it->second;
   if (!open_.insert(obj).second) raise(ErrorKind::kRecursion, "the model or data contains a reference cycle");
   Value out;
+  // Converting a member may run Python code (__index__, __float__) that
+  // changes or frees the container, so its members are first held by
+  // reference of our own, and the container too, so that its address is
+  // not reused for another object while this converter remembers it.
+  keep_.push_back(nb::borrow(obj));
   if (PyDict_Check(obj)) {
-    MapPtr map = make_map();
+    std::vector<nb::object> entries;
+    entries.reserve(2 * static_cast<std::size_t>(PyDict_GET_SIZE(obj)));
     PyObject* key = nullptr;
     PyObject* value = nullptr;
     Py_ssize_t pos = 0;
-    while (PyDict_Next(obj, &pos, &key, &value)) map->set(convert(key, depth + 1), convert(value, depth + 1));
+    while (PyDict_Next(obj, &pos, &key, &value)) {
+      entries.push_back(nb::borrow(key));
+      entries.push_back(nb::borrow(value));
+    }
+    MapPtr map = make_map();
+    for (std::size_t i = 0; i < entries.size(); i += 2) {
+      map->set(convert(entries[i].ptr(), depth + 1), convert(entries[i + 1].ptr(), depth + 1));
+    }
     out = Value::map(std::move(map));
   } else {
     const Py_ssize_t n = PySequence_Fast_GET_SIZE(obj);
     PyObject** items = PySequence_Fast_ITEMS(obj);
+    std::vector<nb::object> members;
+    members.reserve(static_cast<std::size_t>(n));
+    for (Py_ssize_t i = 0; i < n; ++i) members.push_back(nb::borrow(items[i]));
     ValueVec values;
-    values.reserve(static_cast<std::size_t>(n));
-    for (Py_ssize_t i = 0; i < n; ++i) values.push_back(convert(items[i], depth + 1));
+    values.reserve(members.size());
+    for (const nb::object& m : members) values.push_back(convert(m.ptr(), depth + 1));
     out = PyTuple_Check(obj) ? Value::tuple(std::move(values)) : Value::list(std::move(values));
   }
   open_.erase(obj);

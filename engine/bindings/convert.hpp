@@ -4,6 +4,7 @@
 
 #include <unordered_map>
 #include <unordered_set>
+#include <vector>
 
 #include "evaluator/eval_result.hpp"
 #include "generator/generator.hpp"
@@ -26,6 +27,7 @@ class ToValue {
 
   std::unordered_map<PyObject*, Value> done_;
   std::unordered_set<PyObject*> open_;
+  std::vector<nb::object> keep_;  // every container seen, alive while its address is a key
 };
 
 // Values -> Python objects, keeping shared lists and maps shared.
