@@ -56,6 +56,13 @@ class Map {
   void set(const Value& key, Value value);
   void set(std::string_view key, Value value);
   bool erase(const Value& key);
+  // Replaces the value at a place of the insertion order; the key stays.
+  // With a copy of a map holding the right keys, this fills a map of the
+  // same keys without hashing them again.
+  void set_value_at(std::size_t position, Value value) {
+    annotation_.reset();
+    items_.at(position).second = std::move(value);
+  }
 
   // Whether any key is a tuple, known without looking at the keys.
   bool has_tuple_key() const { return tuple_keys_ > 0; }

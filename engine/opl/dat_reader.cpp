@@ -656,13 +656,19 @@ class Reader {
 
   // Values in the index set's order, in the form the generator reads: a
   // list from the start of a range, a map from member to value over a set.
-  Value assemble(std::size_t k, ValueVec values) const {
+  Value assemble(std::size_t k, ValueVec values) {
     const DimInfo& dim = shape_->dims[k];
     if (dim.is_range) return Value::list(std::move(values));
-    MapPtr m = make_map();
-    if (values.empty()) return Value::map(m);  // an empty set may come without a member list
-    const ValueVec& members = dim.members.items();
-    for (std::size_t i = 0; i < values.size(); ++i) m->set(members[i], std::move(values[i]));
+    if (values.empty()) return Value::map(make_map());  // an empty set may come without a member list
+    // Every map of this level has the set's members as keys, in order: copy
+    // one keyed map and fill in the values, instead of hashing each key again.
+    if (templates_.size() <= k) templates_.resize(k + 1);
+    if (templates_[k] == nullptr) {
+      templates_[k] = make_map();
+      for (const Value& member : dim.members.items()) templates_[k]->set(member, Value());
+    }
+    MapPtr m = std::make_shared<Map>(*templates_[k]);
+    for (std::size_t i = 0; i < values.size(); ++i) m->set_value_at(i, std::move(values[i]));
     return Value::map(m);
   }
 
@@ -851,7 +857,8 @@ class Reader {
   std::size_t last_end_ = 0;  // byte offset just after the last token consumed
   std::size_t depth_ = 0;
   const DataShape* shape_ = nullptr;
-  std::vector<MapPtr> index_;  // per dimension, see member_index
+  std::vector<MapPtr> index_;      // per dimension, see member_index
+  std::vector<MapPtr> templates_;  // per dimension, see assemble
 };
 
 }  // namespace

@@ -265,7 +265,7 @@ class DataLoader {
     } else {
       s.value = generated_array(s, d);
     }
-    if (!all_ranges(s.dims)) s.value = maps_throughout(s.value, s.dims, 0);
+    if (mixes_ranges_and_sets(s.dims)) s.value = maps_throughout(s.value, s.dims, 0);
     s.evaluated = true;
     if (!s.array_of_sets) data_->set(script_data_name(s.name, pm_.symbols), generator_keys(s.value));
   }
@@ -282,7 +282,7 @@ class DataLoader {
     bool changed = false;
     for (const auto& [key, item] : items) {
       inner.push_back(generator_keys(item));
-      const bool rekeyed = key.is_str() && !digits_as_int(key).is_str();
+      const bool rekeyed = key.is_str() && is_digits(key.as_str());
       changed = changed || rekeyed || inner.back().identity() != item.identity();
     }
     if (!changed) return v;
@@ -292,19 +292,22 @@ class DataLoader {
     return Value::map(out);
   }
 
-  static Value digits_as_int(const Value& key) {
-    if (!key.is_str()) return key;
-    const std::string& text = key.as_str();
-    std::size_t i = (!text.empty() && (text[0] == '-' || text[0] == '+')) ? 1 : 0;
-    if (i == text.size() || text.size() > 18) return key;
-    for (std::size_t k = i; k < text.size(); ++k) {
-      if (text[k] < '0' || text[k] > '9') return key;
-    }
-    return Value::integer(std::stoll(text));
+  static bool is_digits(const std::string& text) {
+    const std::size_t i = (!text.empty() && (text[0] == '-' || text[0] == '+')) ? 1 : 0;
+    if (i == text.size() || text.size() > 18) return false;
+    return std::all_of(text.begin() + static_cast<std::ptrdiff_t>(i), text.end(),
+                       [](char c) { return c >= '0' && c <= '9'; });
   }
 
-  static bool all_ranges(const std::vector<DimInfo>& dims) {
-    return std::all_of(dims.begin(), dims.end(), [](const DimInfo& d) { return d.is_range; });
+  static Value digits_as_int(const Value& key) {
+    if (!key.is_str() || !is_digits(key.as_str())) return key;
+    return Value::integer(std::stoll(key.as_str()));
+  }
+
+  static bool mixes_ranges_and_sets(const std::vector<DimInfo>& dims) {
+    const bool any_range = std::any_of(dims.begin(), dims.end(), [](const DimInfo& d) { return d.is_range; });
+    const bool any_set = std::any_of(dims.begin(), dims.end(), [](const DimInfo& d) { return !d.is_range; });
+    return any_range && any_set;
   }
 
   // An array over ranges and sets together is read level by level as maps:
