@@ -576,3 +576,18 @@ def test_set_expression_domain_becomes_a_hidden_set(tmp_path):
     assert rng["type"] == "named_set"
     assert data[rng["name"]] == [1, 2, 3]
     assert {"type": "set_declaration", "name": rng["name"]} in tree["declarations"]
+
+
+@pytest.mark.parametrize(
+    "decl, message",
+    [
+        ("int big = 9223372036854775807 + 1;", "does not fit in 64 bits"),
+        ('int bad = 3 < "a";', "cannot compare"),
+        ("float q = 1 / 0;", "division by zero"),
+    ],
+)
+def test_errors_in_derived_data_name_the_expression(tmp_path, decl, message):
+    with pytest.raises(OplError) as info:
+        load_text(tmp_path, decl + "\ndvar float x;\nminimize x;\n")
+    assert info.value.lineno == 1
+    assert message in info.value.msg

@@ -210,6 +210,16 @@ bool DataEval::truth(const Expr& e) {
 }
 
 Value DataEval::eval(const Expr& e) {
+  // The value rules raise the engine's errors (an overflow, unlike types
+  // compared); here they become errors at the expression that met them.
+  try {
+    return eval_node(e);
+  } catch (const Error& err) {
+    fail_at(e.place, err.what());
+  }
+}
+
+Value DataEval::eval_node(const Expr& e) {
   switch (e.kind) {
     case ExprKind::kInt:
       return Value::integer(e.int_value);

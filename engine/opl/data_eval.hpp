@@ -49,6 +49,7 @@ class DataEval {
     const TupleInfo* tuple;
   };
   const Bound* bound(const std::string& name) const;
+  Value eval_node(const Expr& e);
   Value name_value(const Expr& e);
   Value index_value(const Expr& e);
   Value field_value(const Expr& e);
