@@ -591,3 +591,22 @@ def test_errors_in_derived_data_name_the_expression(tmp_path, decl, message):
         load_text(tmp_path, decl + "\ndvar float x;\nminimize x;\n")
     assert info.value.lineno == 1
     assert message in info.value.msg
+
+
+def test_hidden_filters_over_digit_members_and_two_iterators_keep_their_meaning(tmp_path):
+    from kolva.scipy_codegen_csc import SciPyCSCCodeGenerator
+    from kolva.solve import solve_problem
+
+    # The filter needs ord(), so it is computed by the front end and keyed by
+    # (i, j); the generator reads the member "2" as the integer 2.
+    model = """
+    {string} S = {"1", "2", "3"};
+    dvar float+ x[S][S];
+    minimize sum(i in S, j in S) x[i][j];
+    subject to { forall(i in S, j in S : ord(S, i) < ord(S, j)) x[i][j] >= 1; }
+    """
+    tree, data = load_text(tmp_path, model)
+    solution = solve_problem(SciPyCSCCodeGenerator(tree, data).build_problem())
+    # exactly the three pairs with i before j need x >= 1
+    assert solution.objective_value == pytest.approx(3.0)
+    assert {k for k, v in solution.values.items() if v > 0.5} == {"x_1_2", "x_1_3", "x_2_3"}
