@@ -117,6 +117,10 @@ PENDING = {
 }
 
 
+_unknown = _pending_env - set(PENDING) - {"all"}
+assert not _unknown, f"KOLVA_FUZZ_PENDING names no class of input: {sorted(_unknown)}; known: {sorted(PENDING)}"
+
+
 # ---------------------------------------------------------------- strings
 
 LINE_BREAKS = ["\n", "\r", "\r\n", "\x0b", "\x0c", "\x1c", "\x1d", "\x1e", "\x85", "\u2028", "\u2029"]
@@ -409,6 +413,8 @@ def attempt(fn):
     """(result, None) or (None, error); an undocumented error fails the test."""
     try:
         return fn(), None
+    except KeyboardInterrupt:
+        raise  # documented, and it is the user's Ctrl-C: end the run
     except DOCUMENTED as err:
         return None, err
     except Exception as err:  # noqa: BLE001 - anything else is the defect reported
