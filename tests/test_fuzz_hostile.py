@@ -246,9 +246,11 @@ def total(parts):
 def models(draw, name_strategy=None, number_strategy=None):
     """A small, well-formed linear or mixed-integer model and its data:
 
-        set S; param p; param q[S]; dvar x; dvar y[S];
-        objective: a*x + sum(i in S) q[i]*y[i] + p
+        set S; param p; param q[S]; dvar x; dvar y[S]; maybe dvar z[S, 1..2];
+        objective: a*x + sum(i in S) q[i]*y[i] + p (+ sum(i in S, k in 1..2) z[i,k]),
+                   or sum(i in S) q[i]*y[i] alone
         subject to: x <= 100, x >= -100, forall(i in S) -100 <= y[i] <= 100,
+                    (forall(i in S, k in 1..2) z[i,k] <= 100),
                     then a few random rows over x, y and p.
 
     Every name comes from `name_strategy`, every number from `number_strategy`
@@ -282,11 +284,11 @@ def models(draw, name_strategy=None, number_strategy=None):
     if hostile and draw(st.integers(0, 9)) == 0:
         data[draw(st.sampled_from([p, q]))] = draw(unusable_numbers)
     a = draw(number_strategy)
-    objective = total([
+    terms = [
         binop("*", num(a), ref(x)),
         {"type": "sum", "iterators": [over(i, S)], "expression": binop("*", idx(q, i), idx(y, i))},
         ref(p),
-    ])
+    ]
     box = [
         {"type": "constraint", "op": "<=", "left": ref(x), "right": num(100)},
         {"type": "constraint", "op": ">=", "left": ref(x), "right": num(-100)},
@@ -295,6 +297,23 @@ def models(draw, name_strategy=None, number_strategy=None):
         {"type": "forall_constraint", "iterators": [over(i, S)],
          "constraint": {"type": "constraint", "op": ">=", "left": idx(y, i), "right": num(-100)}},
     ]
+    if draw(st.booleans()):
+        # z[S, 1..2]: a variable over two dimensions, declared and summed with
+        # the names written out in the script's comments.
+        z, k = distinct([x, y, p, q, S, i, *draw(st.lists(name_strategy, min_size=2, max_size=2))])[6:]
+        one_two = {"type": "range_specifier", "start": num(1), "end": num(2)}
+        decls.append({"type": "dvar_indexed", "name": z, "var_type": "float+",
+                      "dimensions": [{"type": "named_set_dimension", "name": S},
+                                     {"type": "range_index", "start": num(1), "end": num(2)}]})
+        both = [over(i, S), {"iterator": k, "range": one_two}]
+        terms.append({"type": "sum", "iterators": both, "expression": idx(z, i, k)})
+        box.append({"type": "forall_constraint", "iterators": both,
+                    "constraint": {"type": "constraint", "op": "<=", "left": idx(z, i, k), "right": num(100)}})
+    if draw(st.booleans()):
+        # An objective that is one sum: the script spells it out in a comment.
+        objective = terms[1]
+    else:
+        objective = total(terms)
     rows = []
     for _ in range(draw(st.integers(0, 3))):
         op = draw(st.sampled_from(["<=", ">=", "=="]))
