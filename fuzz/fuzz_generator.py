@@ -1,7 +1,7 @@
 """Coverage-guided fuzzing of the generator with atheris.
 
-Each input is either JSON text {"tree": ..., "data": ...} (the seed corpus is
-that: the example models, see make_seeds.py), or, when it is not JSON, bytes
+Each input is either JSON text {"tree": ..., "data": ...} (the starting corpus is
+that: the example models, see make_corpus.py), or, when it is not JSON, bytes
 from which a model tree and data are built by a small grammar. Either way the
 generator must end in a model or one of the documented exceptions, and an
 emitted script must compile; anything else (another exception, a crash, a

@@ -5,7 +5,7 @@ Each input is decoded as UTF-8 (bad bytes replaced) and read three ways:
 `kolva.opl.parse_data(text, model=...)` against one of the example models.
 A model that parses is also handed to the generator. The only exception
 allowed out of the readers is OplError; out of the generator, the documented
-ones. The seed corpus is the examples' .mod and .dat files (make_seeds.py).
+ones. The starting corpus is the examples' .mod and .dat files (make_corpus.py).
 
     pip install ".[fuzz]"
     python fuzz/fuzz_opl.py build/fuzz/opl fuzz/seed/opl -max_total_time=600

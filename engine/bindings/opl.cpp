@@ -54,11 +54,11 @@ nb::list warning_texts(const std::vector<opl::Diagnostic>& warnings) {
 // a shape is {"kind": "scalar"|"set"|"range"|"array", "elem": TYPE,
 // "dims": [{"name": N, "range": [A, B]} or {"name": N, "members": [...]}],
 // "array_of_sets": bool}. Tuple types live in `tuples` for the call.
-opl::ElemType test_elem(nb::handle spec, std::deque<opl::TupleInfo>& tuples) {
+opl::ElemType test_elem(nb::handle desc, std::deque<opl::TupleInfo>& tuples) {
   using Base = opl::ElemType::Base;
   opl::ElemType t;
-  if (nb::isinstance<nb::str>(spec)) {
-    const std::string name = nb::cast<std::string>(spec);
+  if (nb::isinstance<nb::str>(desc)) {
+    const std::string name = nb::cast<std::string>(desc);
     if (name == "int")
       t.base = Base::kInt;
     else if (name == "float")
@@ -72,8 +72,8 @@ opl::ElemType test_elem(nb::handle spec, std::deque<opl::TupleInfo>& tuples) {
     return t;
   }
   opl::TupleInfo info;
-  info.name = nb::cast<std::string>(spec["tuple"]);
-  for (nb::handle f : nb::iter(spec["fields"])) {
+  info.name = nb::cast<std::string>(desc["tuple"]);
+  for (nb::handle f : nb::iter(desc["fields"])) {
     info.fields.push_back(opl::TupleField{nb::cast<std::string>(f[0]), test_elem(f[1], tuples)});
   }
   tuples.push_back(std::move(info));
@@ -82,19 +82,19 @@ opl::ElemType test_elem(nb::handle spec, std::deque<opl::TupleInfo>& tuples) {
   return t;
 }
 
-opl::DataShape test_shape(const nb::dict& spec, const std::string& name, std::deque<opl::TupleInfo>& tuples) {
+opl::DataShape test_shape(const nb::dict& desc, const std::string& name, std::deque<opl::TupleInfo>& tuples) {
   using Kind = opl::DataShape::Kind;
   opl::DataShape s;
   s.name = name;
-  const std::string kind = nb::cast<std::string>(spec["kind"]);
+  const std::string kind = nb::cast<std::string>(desc["kind"]);
   s.kind = kind == "set"     ? Kind::kSet
            : kind == "range" ? Kind::kRange
            : kind == "array" ? Kind::kArray
                              : Kind::kScalar;
-  if (spec.contains("elem")) s.elem = test_elem(spec["elem"], tuples);
-  s.array_of_sets = spec.contains("array_of_sets") && nb::cast<bool>(spec["array_of_sets"]);
-  if (!spec.contains("dims")) return s;
-  for (nb::handle d : nb::iter(spec["dims"])) {
+  if (desc.contains("elem")) s.elem = test_elem(desc["elem"], tuples);
+  s.array_of_sets = desc.contains("array_of_sets") && nb::cast<bool>(desc["array_of_sets"]);
+  if (!desc.contains("dims")) return s;
+  for (nb::handle d : nb::iter(desc["dims"])) {
     opl::DimInfo dim;
     dim.name = nb::cast<std::string>(d["name"]);
     if (nb::cast<nb::dict>(d).contains("range")) {

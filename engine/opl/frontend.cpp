@@ -232,16 +232,16 @@ class DataLoader {
 
   std::vector<DimInfo> dims_of(const Decl& d) {
     std::vector<DimInfo> dims;
-    for (const DimSpec& spec : d.dims) {
+    for (const DimSpec& dim_spec : d.dims) {
       DimInfo dim;
-      const Value dom = eval_.eval(*spec.domain);
-      dim.name = spec.domain->kind == ExprKind::kName ? spec.domain->text : std::string("index set");
+      const Value dom = eval_.eval(*dim_spec.domain);
+      dim.name = dim_spec.domain->kind == ExprKind::kName ? dim_spec.domain->text : std::string("index set");
       if (is_range_value(dom)) {
         dim.is_range = true;
         dim.start = range_start(dom);
         dim.end = range_end(dom);
       } else {
-        dim.members = Value::list(eval_.members(dom, spec.domain->place));
+        dim.members = Value::list(eval_.members(dom, dim_spec.domain->place));
       }
       dims.push_back(std::move(dim));
     }

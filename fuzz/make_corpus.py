@@ -1,11 +1,11 @@
-"""Writes the seed corpora of the fuzz harnesses from examples/:
+"""Writes the starting corpora of the fuzz harnesses from examples/:
 
     fuzz/seed/opl/        every .mod and .dat, as they are
     fuzz/seed/generator/  one JSON file per example model: {"tree": ..., "data": ...},
                           the model tree and data of each .mod/.dat pair (read with
                           kolva.opl.load) and of each checked-in .json tree
 
-Run from anywhere: python fuzz/make_seeds.py (needs kolva importable).
+Run from anywhere: python fuzz/make_corpus.py (needs kolva importable).
 """
 
 from __future__ import annotations
