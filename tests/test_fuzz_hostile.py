@@ -33,10 +33,12 @@ import faulthandler
 import gc
 import math
 import os
+import resource
 import sys
 import tempfile
 import tracemalloc
 
+import pytest
 from hypothesis import HealthCheck, event, given, settings
 from hypothesis import strategies as st
 
@@ -71,9 +73,24 @@ def fuzz_settings(default_examples):
     )
 
 
+# Where the watchdog writes: the terminal's stderr, not pytest's capture of
+# it (the capture is lost when the watchdog ends the process).
+_watchdog_fd = 2
+
+
+@pytest.fixture(autouse=True, scope="module")
+def _uncaptured_stderr(pytestconfig):
+    global _watchdog_fd
+    capman = pytestconfig.pluginmanager.getplugin("capturemanager")
+    err = getattr(getattr(capman, "_global_capturing", None), "err", None)
+    _watchdog_fd = getattr(err, "targetfd_save", None) or 2
+    yield
+    _watchdog_fd = 2
+
+
 @contextlib.contextmanager
 def watchdog():
-    faulthandler.dump_traceback_later(WATCHDOG_S, exit=True)
+    faulthandler.dump_traceback_later(WATCHDOG_S, exit=True, file=_watchdog_fd)
     try:
         yield
     finally:
@@ -649,6 +666,20 @@ def many_iterator_models(draw):
                                             "right": num(1)}}]}
 
 
+MEMORY_CAP = 8 * 2**30
+
+
+def cap_memory():
+    """Huge sizes run the machine out of memory (10**7 columns take 2.5 GB):
+    cap this process's address space so that they fail here instead. Not
+    under ASan, which reserves terabytes of address space up front."""
+    if "asan" in os.environ.get("LD_PRELOAD", ""):
+        return
+    soft, hard = resource.getrlimit(resource.RLIMIT_AS)
+    if soft == resource.RLIM_INFINITY or soft > MEMORY_CAP:
+        resource.setrlimit(resource.RLIMIT_AS, (MEMORY_CAP, hard))
+
+
 def sizes():
     parts = [st.just(None)]
     if pending("huge_ranges"):
@@ -663,6 +694,8 @@ def sizes():
 def test_size_limits_end_in_a_model_or_an_error(pending_tree, n):
     """Large but reasonable sizes build; unreasonable ones (with the pending
     classes) end in a documented error, in time."""
+    if pending_tree is not None:
+        cap_memory()
     tree = pending_tree or {
         "declarations": [{"type": "dvar_indexed", "name": "y", "var_type": "float+",
                           "dimensions": [{"type": "range_index", "start": num(1), "end": num(n)}]}],
