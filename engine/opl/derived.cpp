@@ -4,6 +4,7 @@
 
 #include "model/map.hpp"
 #include "model/semantics.hpp"
+#include "opl/lower_nodes.hpp"
 
 namespace kolva::opl {
 
@@ -56,21 +57,10 @@ class LiftedRun {
   // subscript reader gives them (a string of digits reads as the integer).
   Value key() const {
     if (item_.deps.empty()) return Value::none();
-    if (item_.deps.size() == 1) return as_subscript(current_[item_.deps[0]]);
+    if (item_.deps.size() == 1) return generator_subscript(current_[item_.deps[0]]);
     ValueVec parts;
-    for (std::size_t d : item_.deps) parts.push_back(as_subscript(current_[d]));
+    for (std::size_t d : item_.deps) parts.push_back(generator_subscript(current_[d]));
     return Value::tuple(std::move(parts));
-  }
-
-  static Value as_subscript(const Value& v) {
-    if (!v.is_str()) return v;
-    const std::string& text = v.as_str();
-    const std::size_t i = (!text.empty() && (text[0] == '-' || text[0] == '+')) ? 1 : 0;
-    if (i == text.size() || text.size() > 18) return v;
-    for (std::size_t k = i; k < text.size(); ++k) {
-      if (text[k] < '0' || text[k] > '9') return v;
-    }
-    return Value::integer(std::stoll(text));
   }
 
   void leaf() {

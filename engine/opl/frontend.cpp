@@ -185,21 +185,33 @@ class DataLoader {
     }
   }
 
+  // What the declaration says its data must look like.
+  static DataShape shape_of(const Symbol& s, DataShape::Kind kind) {
+    DataShape shape;
+    shape.kind = kind;
+    shape.name = s.name;
+    shape.declared_at = s.decl->place;
+    shape.elem = s.elem;
+    shape.array_of_sets = s.array_of_sets;
+    shape.dims = s.dims;
+    return shape;
+  }
+
+  Value read_item(const Symbol& s, const DataShape& shape) {
+    const DataSource& src = source_of(s);
+    return shape_item(*src.file, src.item, shape);
+  }
+
   void load_range(Symbol& s, const Decl& d) {
     if (d.external) {
-      DataShape shape;
-      shape.kind = DataShape::Kind::kRange;
-      shape.name = s.name;
-      shape.declared_at = d.place;
-      const DataSource& src = source_of(s);
-      s.value = shape_item(*src.file, src.item, shape);
+      s.value = read_item(s, shape_of(s, DataShape::Kind::kRange));
     } else {
       s.value = eval_.eval(*d.value);
     }
     s.evaluated = true;
     for (int which = 0; which < 2; ++which) {
-      if (d.external || d.value->args[which]->kind != ExprKind::kInt) {
-        data_->set("__opl_" + s.name + (which == 0 ? "_start" : "_end"),
+      if (range_bound_is_hidden(d, which)) {
+        data_->set(range_bound_name(s.name, which),
                    Value::integer(which == 0 ? range_start(s.value) : range_end(s.value)));
       }
     }
@@ -207,13 +219,7 @@ class DataLoader {
 
   void load_set(Symbol& s, const Decl& d) {
     if (d.external) {
-      DataShape shape;
-      shape.kind = DataShape::Kind::kSet;
-      shape.name = s.name;
-      shape.declared_at = d.place;
-      shape.elem = s.elem;
-      const DataSource& src = source_of(s);
-      s.value = shape_item(*src.file, src.item, shape);
+      s.value = read_item(s, shape_of(s, DataShape::Kind::kSet));
     } else if (d.value) {
       s.value = typed_members(s, eval_.eval(*d.value), d.value->place);
     } else {
@@ -251,15 +257,8 @@ class DataLoader {
   void load_param(Symbol& s, const Decl& d) {
     s.dims = dims_of(d);
     if (d.external) {
-      DataShape shape;
-      shape.kind = d.dims.empty() ? DataShape::Kind::kScalar : DataShape::Kind::kArray;
-      shape.name = s.name;
-      shape.declared_at = d.place;
-      shape.elem = s.elem;
-      shape.array_of_sets = s.array_of_sets;
-      shape.dims = s.dims;
-      const DataSource& src = source_of(s);
-      s.value = shape_item(*src.file, src.item, shape);
+      s.value =
+          read_item(s, shape_of(s, d.dims.empty() ? DataShape::Kind::kScalar : DataShape::Kind::kArray));
     } else if (d.dims.empty()) {
       s.value = coerce_to(s.elem, eval_.eval(*d.value), d.value->place, "'" + s.name + "'");
     } else {
@@ -282,26 +281,14 @@ class DataLoader {
     bool changed = false;
     for (const auto& [key, item] : items) {
       inner.push_back(generator_keys(item));
-      const bool rekeyed = key.is_str() && is_digits(key.as_str());
+      const bool rekeyed = key.is_str() && !generator_subscript(key).is_str();
       changed = changed || rekeyed || inner.back().identity() != item.identity();
     }
     if (!changed) return v;
     MapPtr out = make_map();
     for (std::size_t i = 0; i < items.size(); ++i)
-      out->set(digits_as_int(items[i].first), std::move(inner[i]));
+      out->set(generator_subscript(items[i].first), std::move(inner[i]));
     return Value::map(out);
-  }
-
-  static bool is_digits(const std::string& text) {
-    const std::size_t i = (!text.empty() && (text[0] == '-' || text[0] == '+')) ? 1 : 0;
-    if (i == text.size() || text.size() > 18) return false;
-    return std::all_of(text.begin() + static_cast<std::ptrdiff_t>(i), text.end(),
-                       [](char c) { return c >= '0' && c <= '9'; });
-  }
-
-  static Value digits_as_int(const Value& key) {
-    if (!key.is_str() || !is_digits(key.as_str())) return key;
-    return Value::integer(std::stoll(key.as_str()));
   }
 
   static bool mixes_ranges_and_sets(const std::vector<DimInfo>& dims) {

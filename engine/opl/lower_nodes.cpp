@@ -53,4 +53,15 @@ ExprPtr clone_expr(const Expr& e) {
   return c;
 }
 
+Value generator_subscript(const Value& v) {
+  if (!v.is_str()) return v;
+  const std::string& text = v.as_str();
+  const std::size_t sign = (!text.empty() && (text[0] == '-' || text[0] == '+')) ? 1 : 0;
+  if (sign == text.size() || text.size() > 18) return v;
+  for (std::size_t k = sign; k < text.size(); ++k) {
+    if (text[k] < '0' || text[k] > '9') return v;
+  }
+  return Value::integer(std::stoll(text));
+}
+
 }  // namespace kolva::opl

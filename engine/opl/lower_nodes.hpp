@@ -17,5 +17,8 @@ Value name_node(const std::string& name);
 // shared between two places of the model.
 Value deep_copy(const Value& v);
 ExprPtr clone_expr(const Expr& e);
+// A value as the generator reads it in a subscript: a string of digits
+// ("7") is the integer it spells; every other value stays as it is.
+Value generator_subscript(const Value& v);
 
 }  // namespace kolva::opl

@@ -7,6 +7,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "data/index_text.hpp"
 #include "model/map.hpp"
 #include "opl/lower_nodes.hpp"
 
@@ -102,11 +103,9 @@ class Lowerer {
   }
 
   // A range's bound: its literal, or the hidden scalar that the load fills in.
-  Value range_bound_node(const Decl& d, int which) {
-    if (!d.external && d.value->args[which]->kind == ExprKind::kInt) {
-      return number_node(Value::integer(d.value->args[which]->int_value));
-    }
-    return name_node(range_bound_name(d.name, which));
+  static Value range_bound_node(const Decl& d, int which) {
+    if (range_bound_is_hidden(d, which)) return name_node(range_bound_name(d.name, which));
+    return number_node(Value::integer(d.value->args[which]->int_value));
   }
 
   void lower_data_decl(const Decl& d, const Symbol& sym, ValueVec& decls) {
@@ -1386,10 +1385,6 @@ class Lowerer {
 
   std::string data_name(const std::string& name) const { return script_data_name(name, symbols_); }
 
-  std::string range_bound_name(const std::string& range, int which) const {
-    return "__opl_" + range + (which == 0 ? "_start" : "_end");
-  }
-
   const Model& model_;
   const SymbolTable& symbols_;
   LoweredModel out_;
@@ -1416,22 +1411,79 @@ LoweredModel lower_model(const Model& model, const SymbolTable& symbols) {
   return Lowerer(model, symbols).run();
 }
 
+bool range_bound_is_hidden(const Decl& range, int which) {
+  return range.external || range.value->args[static_cast<std::size_t>(which)]->kind != ExprKind::kInt;
+}
+
+std::string range_bound_name(const std::string& range, int which) {
+  return "__opl_" + range + (which == 0 ? "_start" : "_end");
+}
+
 std::string script_data_name(const std::string& name, const SymbolTable& symbols) {
-  static const std::set<std::string> kTaken = {
-      // Python keywords and the builtins a script may call.
-      "False", "None", "True", "and", "as", "assert", "async", "await", "break", "class", "continue", "def",
-      "del", "elif", "else", "except", "finally", "for", "from", "global", "if", "import", "in", "is",
-      "lambda", "nonlocal", "not", "or", "pass", "raise", "return", "try", "while", "with", "yield", "abs",
-      "all", "any", "bool", "dict", "enumerate", "float", "getattr", "int", "isinstance", "len", "list",
-      "map", "max", "min", "print", "range", "round", "set", "sorted", "str", "sum", "tuple", "type", "zip",
-      "globals", "locals",
-      // The emitted script's own names.
-      "np", "numpy", "scipy", "time", "linprog", "csr_matrix", "sense", "c", "bounds", "integrality",
-      "var_names", "objective_offset", "A_eq", "A_ub", "b_eq", "b_ub", "A_eq_rows", "A_eq_cols", "A_eq_data",
-      "A_ub_rows", "A_ub_cols", "A_ub_data", "res", "results", "results_container", "status_map",
-      "status_str", "start_time", "end_time", "objective_value", "solution", "stats"};
+  // Besides Python's keywords: the builtins a script may call, and the
+  // emitted script's own names.
+  static const std::set<std::string> kTaken = {"abs",
+                                               "all",
+                                               "any",
+                                               "bool",
+                                               "dict",
+                                               "enumerate",
+                                               "float",
+                                               "getattr",
+                                               "int",
+                                               "isinstance",
+                                               "len",
+                                               "list",
+                                               "map",
+                                               "max",
+                                               "min",
+                                               "print",
+                                               "range",
+                                               "round",
+                                               "set",
+                                               "sorted",
+                                               "str",
+                                               "sum",
+                                               "tuple",
+                                               "type",
+                                               "zip",
+                                               "globals",
+                                               "locals",
+                                               "np",
+                                               "numpy",
+                                               "scipy",
+                                               "time",
+                                               "linprog",
+                                               "csr_matrix",
+                                               "sense",
+                                               "c",
+                                               "bounds",
+                                               "integrality",
+                                               "var_names",
+                                               "objective_offset",
+                                               "A_eq",
+                                               "A_ub",
+                                               "b_eq",
+                                               "b_ub",
+                                               "A_eq_rows",
+                                               "A_eq_cols",
+                                               "A_eq_data",
+                                               "A_ub_rows",
+                                               "A_ub_cols",
+                                               "A_ub_data",
+                                               "res",
+                                               "results",
+                                               "results_container",
+                                               "status_map",
+                                               "status_str",
+                                               "start_time",
+                                               "end_time",
+                                               "objective_value",
+                                               "solution",
+                                               "stats"};
+  const auto taken = [&](const std::string& n) { return kTaken.count(n) > 0 || is_python_keyword(n); };
   std::string out = name;
-  while (kTaken.count(out) > 0 || (out != name && symbols.find(out) != nullptr)) out += "_";
+  while (taken(out) || (out != name && symbols.find(out) != nullptr)) out += "_";
   return out;
 }
 

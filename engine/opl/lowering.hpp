@@ -72,4 +72,9 @@ LoweredModel lower_model(const Model& model, const SymbolTable& symbols);
 // trailing underscores until it is free.
 std::string script_data_name(const std::string& name, const SymbolTable& symbols);
 
+// A range declared with a bound that is no integer literal (or read from
+// data) gets that bound as a hidden scalar: whether it does, and its name.
+bool range_bound_is_hidden(const Decl& range, int which);
+std::string range_bound_name(const std::string& range, int which);
+
 }  // namespace kolva::opl
