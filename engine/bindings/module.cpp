@@ -25,6 +25,7 @@
 #include "logic/keys.hpp"
 #include "logic/truth_variables.hpp"
 #include "model/error.hpp"
+#include "model/interrupt.hpp"
 #include "model/repr.hpp"
 #include "model/semantics.hpp"
 
@@ -48,6 +49,29 @@ nb::object semantic_error_instance(const Error& e) {
     if (!e.origin_label().empty()) err.attr("opl_label") = nb::str(e.origin_label().c_str());
   }
   return err;
+}
+
+// The exception a signal handler raised (KeyboardInterrupt for Ctrl-C),
+// held while the core unwinds and handed back to Python at the boundary.
+thread_local PyObject* t_interrupt_type = nullptr;
+thread_local PyObject* t_interrupt_value = nullptr;
+thread_local PyObject* t_interrupt_traceback = nullptr;
+
+// The core's interrupt hook: runs Python's pending signal handlers; when one
+// raises, the core stops. Generation holds the GIL, so this may call Python.
+void check_python_signals() {
+  if (PyErr_CheckSignals() == 0) return;
+  PyErr_Fetch(&t_interrupt_type, &t_interrupt_value, &t_interrupt_traceback);
+  throw Interrupted{};
+}
+
+void restore_interrupt() {
+  if (t_interrupt_type == nullptr) {
+    PyErr_SetNone(PyExc_KeyboardInterrupt);
+    return;
+  }
+  PyErr_Restore(t_interrupt_type, t_interrupt_value, t_interrupt_traceback);
+  t_interrupt_type = t_interrupt_value = t_interrupt_traceback = nullptr;
 }
 
 void translate_error(const std::exception_ptr& p, void* /*payload*/) {
@@ -86,6 +110,8 @@ void translate_error(const std::exception_ptr& p, void* /*payload*/) {
   } catch (const std::bad_cast&) {
     // A Python argument of the wrong kind met a conversion in a binding.
     PyErr_SetString(PyExc_TypeError, "an argument is of the wrong type for this operation");
+  } catch (const Interrupted&) {
+    restore_interrupt();
   }
 }
 
@@ -1001,6 +1027,7 @@ NB_MODULE(_engine, m) {
   g_sparse_row_sequence =
       nb::object(nb::module_::import_("kolva.linear_problem").attr("SparseRowSequence")).release().ptr();
   nb::register_exception_translator(translate_error);
+  kolva::set_interrupt_hook(check_python_signals);
   m.attr("BIG_M_DEFAULT") = kolva::kBigMDefault;
   m.attr("BOOL_EPS") = kolva::kBoolEps;
   bind_value_hooks(m);

@@ -3,10 +3,12 @@
 #include <utility>
 
 #include "model/error.hpp"
+#include "model/interrupt.hpp"
 
 namespace kolva {
 
 void SparseRows::append(std::size_t width, const std::vector<std::pair<std::int64_t, double>>& entries) {
+  poll_interrupt();
   for (const auto& [col, val] : entries) {
     cols_.push_back(col);
     vals_.push_back(val);
@@ -16,6 +18,7 @@ void SparseRows::append(std::size_t width, const std::vector<std::pair<std::int6
 }
 
 void SparseRows::append_dense(const std::vector<double>& dense) {
+  poll_interrupt();
   for (std::size_t col = 0; col < dense.size(); ++col) {
     if (dense[col] != 0.0) {
       cols_.push_back(static_cast<std::int64_t>(col));

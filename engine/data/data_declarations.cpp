@@ -5,6 +5,7 @@
 
 #include "data/set_members.hpp"
 #include "generator/generator.hpp"
+#include "model/int_range.hpp"
 #include "model/py_literal.hpp"
 #include "model/repr.hpp"
 #include "model/semantics.hpp"
@@ -156,9 +157,7 @@ ValueVec Generator::dimension_keys(const Value& dim) {
   const std::string name = py_str(node.get("name"));
   if (dim_type == "named_range_dimension") {
     const auto [start, end] = get_range_bounds(name);
-    ValueVec keys;
-    for (std::int64_t i = start; i <= end; ++i) keys.push_back(Value::integer(i));
-    return keys;
+    return range_members(start, end);
   }
   if (dim_type != "named_set_dimension") return {};
   const MapPtr decl = _find_decl(name);

@@ -47,7 +47,12 @@ EvalResult ExpressionEvaluator::_eval_sum(const Value& expr, const Env& env) {
     }
     for (const CoefDict::Item& item : part.coef.items()) total.coef.add(item.first, item.second);
     if (total.val.is_str() || part.val.is_str() || part.val.is_tuple()) {
-      total.val = Value::str("(" + py_str(total.val) + ") + (" + py_str(part.val) + ")");
+      std::string text = "(";
+      text += py_str(total.val);
+      text += ") + (";
+      text += py_str(part.val);
+      text += ")";
+      total.val = Value::str(std::move(text));
     } else if (part.val.is_number()) {
       total.val = Value::real(py_float(total.val) + py_float(part.val));
     }

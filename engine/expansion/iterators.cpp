@@ -4,7 +4,10 @@
 #include <string>
 
 #include "data/set_members.hpp"
+#include "expansion/product.hpp"
 #include "generator/generator.hpp"
+#include "model/int_range.hpp"
+#include "model/interrupt.hpp"
 #include "model/repr.hpp"
 #include "model/semantics.hpp"
 
@@ -19,13 +22,6 @@ const std::string& range_decl_type() {
 
 std::string type_of(const Map& node) { return py_str(node.get("type")); }
 
-ValueVec int_range(std::int64_t first, std::int64_t last) {
-  ValueVec out;
-  if (last >= first) out.reserve(static_cast<std::size_t>(last - first + 1));
-  for (std::int64_t i = first; i <= last; ++i) out.push_back(Value::integer(i));
-  return out;
-}
-
 bool is_one_of(const std::string& type, std::initializer_list<std::string_view> kinds) {
   for (std::string_view k : kinds) {
     if (type == k) return true;
@@ -39,8 +35,8 @@ std::int64_t as_bound_int(const Value& v) { return py_int(v); }
 }  // namespace
 
 ValueVec Generator::named_range_members(const Map& range_decl) {
-  return int_range(as_bound_int(_eval_bound(range_decl.at("start"))),
-                   as_bound_int(_eval_bound(range_decl.at("end"))));
+  return range_members(as_bound_int(_eval_bound(range_decl.at("start"))),
+                       as_bound_int(_eval_bound(range_decl.at("end"))));
 }
 
 // An element of an array of sets: data_dict[name] descended once per index,
@@ -79,8 +75,8 @@ std::pair<ValueVec, std::vector<ValueVec>> Generator::_unroll_iterators(const Va
     const Map& rng = *it.at("range").as_map();
     const std::string type = type_of(rng);
     if (type == "range_specifier") {
-      loop_ranges.push_back(
-          int_range(as_bound_int(_eval_bound(rng.at("start"))), as_bound_int(_eval_bound(rng.at("end")))));
+      loop_ranges.push_back(range_members(as_bound_int(_eval_bound(rng.at("start"))),
+                                          as_bound_int(_eval_bound(rng.at("end")))));
     } else if (type == "named_range" || type == "named_set") {
       const std::string set_name = py_str(rng.at("name"));
       if (const MapPtr range = _find_decl(set_name, &range_decl_type())) {
@@ -173,7 +169,7 @@ ValueVec Generator::domain_for_iterator(const Map& it, const Env& env) {
   const Map& rng = *rng_value.as_map();
   const std::string rt = type_of(rng);
   if (rt == "range_specifier") {
-    return int_range(_eval_bound_dynamic(rng.at("start"), env), _eval_bound_dynamic(rng.at("end"), env));
+    return range_members(_eval_bound_dynamic(rng.at("start"), env), _eval_bound_dynamic(rng.at("end"), env));
   }
   if (rt == "named_range") {
     // An unknown named range is an empty domain here, not an error.
@@ -203,32 +199,61 @@ ValueVec Generator::domain_for_iterator(const Map& it, const Env& env) {
 
 void Generator::iterate_iterators_dynamic(const ValueVec& iterators, const Env& outer_env,
                                           const Combination& visit) {
+  // One level per iterator, kept in a vector rather than on the call stack:
+  // a model may have any number of iterators. A level's domain is computed
+  // when it is entered, from the values the outer levels hold.
+  struct Level {
+    Value name;
+    ValueVec domain;
+    std::size_t pos = 0;
+    bool shadows = false;  // the name was already bound when the level began
+  };
   Env env = outer_env;
   ValueVec acc;
-  // Recursion depth is the number of iterators, which the model fixes.
-  std::function<void(std::size_t)> rec = [&](std::size_t idx) {
-    if (idx == iterators.size()) {
-      visit(env, acc);
-      return;
-    }
-    const Map& it = *iterators[idx].as_map();
-    const Value it_name = it.get("iterator");
-    const ValueVec domain = domain_for_iterator(it, env);
-    if (domain.empty()) return;
-    // Bound once and overwritten per value, then removed: the same Env at
-    // every step as binding and removing per value, unless the name was
-    // already bound, where the per-value order of keys is kept exactly.
-    const bool shadows = !(it_name.is_list() || it_name.is_map()) && env.contains(it_name);
-    for (const Value& v : domain) {
-      env.set(it_name, v);
-      acc.push_back(v);
-      rec(idx + 1);
-      acc.pop_back();
-      if (shadows) env.erase(it_name);
-    }
-    if (!shadows) env.erase(it_name);
+  std::vector<Level> levels;
+  levels.reserve(iterators.size());
+  // The combinations on the path to the current level: a bound on what is
+  // left to visit below it.
+  std::vector<std::uint64_t> combinations{1};
+  const auto bind_current = [&](const Level& level) {
+    env.set(level.name, level.domain[level.pos]);
+    acc.push_back(level.domain[level.pos]);
   };
-  rec(0);
+  while (true) {
+    poll_interrupt();
+    if (levels.size() == iterators.size()) {
+      visit(env, acc);
+    } else {
+      const Map& it = *iterators[levels.size()].as_map();
+      Level level{it.get("iterator"), domain_for_iterator(it, env)};
+      if (!level.domain.empty()) {
+        // Bound once and overwritten per value, then removed: the same Env
+        // at every step as binding and removing per value, unless the name
+        // was already bound, where the per-value order of keys is kept.
+        level.shadows = !(level.name.is_list() || level.name.is_map()) && env.contains(level.name);
+        std::uint64_t below = combinations.back();
+        add_combination_factor(below, level.domain.size());
+        combinations.push_back(below);
+        bind_current(levels.emplace_back(std::move(level)));
+        continue;
+      }
+    }
+    // Step the innermost level that has values left; levels that are done
+    // unbind their name and go.
+    while (!levels.empty()) {
+      Level& level = levels.back();
+      acc.pop_back();
+      if (level.shadows) env.erase(level.name);
+      if (++level.pos < level.domain.size()) {
+        bind_current(level);
+        break;
+      }
+      if (!level.shadows) env.erase(level.name);
+      levels.pop_back();
+      combinations.pop_back();
+    }
+    if (levels.empty()) return;
+  }
 }
 
 bool Generator::index_filter_keeps(const Value& index_constraint, const Env& env) {

@@ -5,6 +5,7 @@
 #include <unordered_map>
 
 #include "model/error.hpp"
+#include "model/int_range.hpp"
 #include "model/map.hpp"
 #include "model/repr.hpp"
 #include "model/semantics.hpp"
@@ -12,10 +13,6 @@
 namespace kolva::opl {
 
 namespace {
-
-// Enumerating more members than this is surely a mistake in the model; it
-// would exhaust memory long before the generator could use them.
-constexpr std::int64_t kMaxMembers = 100'000'000;
 
 std::string shown(const Value& v) { return py_repr(v); }
 
@@ -137,7 +134,8 @@ std::vector<Value> DataEval::members(const Value& domain, const Place& at) const
     const std::int64_t hi = range_end(domain);
     std::vector<Value> out;
     if (hi < lo) return out;
-    if (hi - lo >= kMaxMembers || hi - lo < 0) {
+    // The difference in unsigned arithmetic: exact for any two int64 values.
+    if (static_cast<std::uint64_t>(hi) - static_cast<std::uint64_t>(lo) >= kMaxRangeMembers) {
       fail_at(at,
               "the range " + std::to_string(lo) + ".." + std::to_string(hi) + " is too large to enumerate");
     }

@@ -9,6 +9,8 @@
 #include "expansion/product.hpp"
 #include "generator/generator.hpp"
 #include "generator/list_text.hpp"
+#include "model/int_range.hpp"
+#include "model/interrupt.hpp"
 #include "model/py_format.hpp"
 #include "model/repr.hpp"
 #include "model/semantics.hpp"
@@ -70,11 +72,7 @@ bool alias_for(std::string_view name, std::string_view& base, std::string_view& 
   return py_str_isalnum(plain);
 }
 
-ValueVec int_range(const Value& start, const Value& end) {
-  ValueVec out;
-  for (std::int64_t i = py_int(start), last = py_int(end); i <= last; ++i) out.push_back(Value::integer(i));
-  return out;
-}
+ValueVec int_range(const Value& start, const Value& end) { return range_members(py_int(start), py_int(end)); }
 
 }  // namespace
 
@@ -214,6 +212,7 @@ void Generator::handle_indexed_variable_declaration(const Map& decl, std::vector
   const bool bounds_need_env = lower_bound != nullptr || upper_bound != nullptr;
   bool names_as_block = false;  // the array's names were recorded as one block
   const auto add = [&](std::string column_name, const Env& env) {
+    poll_interrupt();
     if (!names_as_block) record_column(column_name, static_cast<std::int64_t>(names.size()));
     names.push_back(std::move(column_name));
     BoundPair pair{defaults.lower, defaults.upper};

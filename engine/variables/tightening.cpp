@@ -7,6 +7,8 @@
 
 #include "evaluator/evaluator.hpp"
 #include "generator/generator.hpp"
+#include "model/int_range.hpp"
+#include "model/interrupt.hpp"
 #include "model/repr.hpp"
 #include "model/semantics.hpp"
 
@@ -149,14 +151,16 @@ class Tightener {
       const Value many = constr.get("constraints", empty_list());
       if (many.is_sequence()) inner = many.items();
     }
-    for (std::int64_t t = first; t <= last; ++t) {
+    checked_range_size(first, last);
+    for_each_in_range(first, last, [&](std::int64_t t) {
+      poll_interrupt();
       Env env2 = env;
       // Every iterator takes the first one's value: this pass visits the
       // diagonal of a multi-iterator forall only.
       for (const Value& v : loop_vars) env2.set(v, Value::integer(t));
-      if (!gen_.index_filter_keeps(index_constraint, env2)) continue;
+      if (!gen_.index_filter_keeps(index_constraint, env2)) return;
       for (const Value& c : inner) constraint(c, env2);
-    }
+    });
   }
 
   Generator& gen_;
