@@ -574,7 +574,7 @@ EXPR_WRAPPERS = [
 
 @st.composite
 def deep_expressions(draw):
-    depth = draw(st.one_of(st.integers(0, 50), st.integers(50, 3000), st.sampled_from([20000, 100000])))
+    depth = draw(st.one_of(st.integers(0, 50), st.integers(50, 12000), st.sampled_from([9990, 10000, 20000, 100000])))
     kinds = draw(st.lists(st.sampled_from(range(len(EXPR_WRAPPERS))), min_size=1, max_size=3))
     expr = {"type": "name", "value": "x"}
     for level in range(depth):

@@ -4,6 +4,7 @@ length, and long work stopped from the keyboard."""
 
 import contextlib
 import signal
+import threading
 import time
 
 import pytest
@@ -166,3 +167,82 @@ def test_up_to_a_billion_combinations_are_allowed():
     # 3**12 combinations: counted, not refused.
     problem = SciPyCSCCodeGenerator(many_iterator_sum(12, 3), {}).build_problem()
     assert problem.c == [-(3.0**12)]
+
+
+def written_out_sum(terms):
+    """x0 + x1 + ... as a model generator writes it: a left-leaning chain of
+    `terms - 1` binops, as deep as it is long."""
+    expr = name("x0")
+    for i in range(1, terms):
+        expr = binop("+", expr, name(f"x{i % 40}"))
+    return expr
+
+
+def chain_model(terms):
+    decls = [{"type": "dvar", "name": f"x{i}", "var_type": "float+"} for i in range(40)]
+    return model(decls, minimize(written_out_sum(terms)),
+                 [constraint(">=", written_out_sum(terms), num(terms))])
+
+
+def run_in_thread(stack_bytes, fn):
+    """Runs fn on a new thread with a stack of `stack_bytes`; gives what it
+    returned or raised."""
+    out = {}
+
+    def target():
+        try:
+            out["value"] = fn()
+        except BaseException as e:  # handed back to the test
+            out["error"] = e
+
+    old = threading.stack_size(stack_bytes)
+    try:
+        t = threading.Thread(target=target)
+        t.start()
+        t.join()
+    finally:
+        threading.stack_size(old)
+    return out
+
+
+def solve_chain(terms):
+    gen = SciPyCSCCodeGenerator(chain_model(terms), {})
+    problem = gen.build_problem()
+    code = SciPyCSCCodeGenerator(chain_model(terms), {}).generate_code()
+    compile(code, "<script>", "exec")
+    return solve_problem(problem).objective_value
+
+
+def test_a_written_out_sum_of_ten_thousand_terms_compiles():
+    # The chain is 9,998 binops deep under 'left'; with the constraint and
+    # model levels the input stays within 10,000.
+    assert solve_chain(9_990) == 9_990.0
+
+
+def test_deep_models_build_on_a_thread_with_a_small_stack():
+    # 1 MiB of thread stack is far less than 10,000 levels take: the engine
+    # runs on a stack of its own, and frees the tree there too.
+    out = run_in_thread(1 << 20, lambda: solve_chain(9_990))
+    assert out == {"value": 9_990.0}
+
+
+def test_nesting_past_the_limit_is_a_recursion_error_naming_the_path():
+    tree = model([{"type": "dvar", "name": "x0", "var_type": "float+"}], minimize(written_out_sum(10_010)))
+    out = run_in_thread(1 << 20, lambda: SciPyCSCCodeGenerator(tree, {}))
+    err = out["error"]
+    assert isinstance(err, RecursionError)
+    assert str(err) == ("the model or data is nested deeper than 10000 levels, at "
+                        "['objective']['expression']['left']['left']['left']['left']...['left']['left']['left'] "
+                        "(10000 steps)")
+
+
+def test_the_path_counts_list_positions():
+    data = {"p": [[0, [1, 2]]]}
+    value = 1
+    for _ in range(10_005):
+        value = [value]
+    data["p"][0][1].append(value)
+    with pytest.raises(RecursionError, match=r"^the model or data is nested deeper than 10000 levels, "
+                                             r"at \['p'\]\[0\]\[1\]\[2\]\[0\]\[0\]\.\.\.\[0\]\[0\]\[0\] "
+                                             r"\(10000 steps\)$"):
+        SciPyCSCCodeGenerator(model(), data)

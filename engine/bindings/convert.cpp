@@ -52,11 +52,30 @@ Value ToValue::convert(PyObject* obj, int depth) {
             "' in the model or data (expected None, bool, int, float, str, tuple, list or dict)");
 }
 
-Value ToValue::convert_container(PyObject* obj, int depth) {
-  if (depth >= kMaxNesting) {
-    raise(ErrorKind::kRecursion,
-          "the model or data is nested deeper than " + std::to_string(kMaxNesting) + " levels");
+// "the model or data is nested deeper than N levels, at
+// ['objective']['expression']['left']...['left'] (10000 steps)": the first
+// and last steps of the path to the place, with their number.
+void ToValue::refuse_nesting() const {
+  constexpr std::size_t kHead = 6;
+  constexpr std::size_t kTail = 3;
+  std::string where;
+  for (std::size_t i = 0; i < path_.size(); ++i) {
+    if (i == kHead && path_.size() > kHead + kTail + 1) {
+      where += "...";
+      i = path_.size() - kTail;
+    }
+    where += "[";
+    where += nb::repr(nb::handle(path_[i])).c_str();
+    where += "]";
   }
+  std::string message = "the model or data is nested deeper than ";
+  message += std::to_string(kMaxNesting);
+  message += " levels, at " + where + " (" + std::to_string(path_.size()) + " steps)";
+  raise(ErrorKind::kRecursion, message);
+}
+
+Value ToValue::convert_container(PyObject* obj, int depth) {
+  if (depth >= kMaxNesting) refuse_nesting();
   if (const auto it = done_.find(obj); it != done_.end()) return it->second;
   if (!open_.insert(obj).second) raise(ErrorKind::kRecursion, "the model or data contains a reference cycle");
   Value out;
@@ -77,7 +96,11 @@ Value ToValue::convert_container(PyObject* obj, int depth) {
     }
     MapPtr map = make_map();
     for (std::size_t i = 0; i < entries.size(); i += 2) {
-      map->set(convert(entries[i].ptr(), depth + 1), convert(entries[i + 1].ptr(), depth + 1));
+      Value key = convert(entries[i].ptr(), depth + 1);
+      path_.push_back(entries[i].ptr());
+      Value value = convert(entries[i + 1].ptr(), depth + 1);
+      path_.pop_back();
+      map->set(std::move(key), std::move(value));
     }
     out = Value::map(std::move(map));
   } else {
@@ -88,7 +111,12 @@ Value ToValue::convert_container(PyObject* obj, int depth) {
     for (Py_ssize_t i = 0; i < n; ++i) members.push_back(nb::borrow(items[i]));
     ValueVec values;
     values.reserve(members.size());
-    for (const nb::object& m : members) values.push_back(convert(m.ptr(), depth + 1));
+    for (std::size_t i = 0; i < members.size(); ++i) {
+      const nb::int_ position(i);
+      path_.push_back(position.ptr());
+      values.push_back(convert(members[i].ptr(), depth + 1));
+      path_.pop_back();
+    }
     out = PyTuple_Check(obj) ? Value::tuple(std::move(values)) : Value::list(std::move(values));
   }
   open_.erase(obj);

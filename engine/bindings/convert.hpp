@@ -8,6 +8,7 @@
 
 #include "evaluator/eval_result.hpp"
 #include "generator/generator.hpp"
+#include "model/nesting_limit.hpp"
 #include "model/value.hpp"
 
 namespace kolva::bindings {
@@ -18,12 +19,17 @@ namespace nb = nanobind;
 // shared; a reference cycle or nesting deeper than kMaxNesting is refused.
 class ToValue {
  public:
-  static constexpr int kMaxNesting = 1500;
+  static constexpr int kMaxNesting = kolva::kMaxNesting;
   Value operator()(nb::handle obj) { return convert(obj.ptr(), 0); }
 
  private:
   Value convert(PyObject* obj, int depth);
   Value convert_container(PyObject* obj, int depth);
+  [[noreturn]] void refuse_nesting() const;
+
+  // The keys and positions from the root to the value being converted, to
+  // say where input nests too deeply.
+  std::vector<PyObject*> path_;
 
   std::unordered_map<PyObject*, Value> done_;
   std::unordered_set<PyObject*> open_;

@@ -16,6 +16,7 @@
 #include <typeinfo>
 
 #include "bindings/convert.hpp"
+#include "bindings/deep_stack.hpp"
 #include "bindings/opl.hpp"
 #include "constraints/build_state.hpp"
 #include "data/tuple_set_members.hpp"
@@ -129,11 +130,24 @@ class PyLogSink : public LogSink {
   nb::object logger_;
 };
 
+// Binds `f` as method `name`, run on the deep stack: every method may walk a
+// model tree as deep as the nesting limit allows.
+template <typename Cls, typename F, typename... Extra>
+void def_deep(Cls& cls, const char* name, F f, const Extra&... extra) {
+  cls.def(name, deep(std::move(f)), extra...);
+}
+
 struct PyEvaluator;
 
 struct PyGenerator {
   std::unique_ptr<Generator> gen;
   nb::object logger;
+
+  PyGenerator(std::unique_ptr<Generator> g, nb::object l) : gen(std::move(g)), logger(std::move(l)) {}
+  PyGenerator(const PyGenerator&) = delete;
+  PyGenerator& operator=(const PyGenerator&) = delete;
+  // A deep model tree is freed as deep as it was built.
+  ~PyGenerator() { release_on_deep_stack(gen); }
 
   // Every public call starts here: the logger's levels are read once.
   Generator& core() {
@@ -397,48 +411,48 @@ void bind_value_hooks(nb::module_& m) {
 // The logical forms' keys and small helpers, callable on the generator's
 // current state.
 void bind_logic_helpers(nb::class_<PyGenerator>& cls) {
-  cls.def(
-      "_comparison_key",
+  def_deep(
+      cls, "_comparison_key",
       [](PyGenerator& g, nb::handle node, nb::handle env) {
         const Env scope = to_env(env);
         return ToPython()(logic::comparison_key(g.core(), ToValue()(node), scope));
       },
       "node"_a.none(), "env"_a.none() = nb::none());
-  cls.def(
-      "_bool_struct_key",
+  def_deep(
+      cls, "_bool_struct_key",
       [](PyGenerator& g, nb::handle node, nb::handle env) {
         const Env scope = to_env(env);
         return ToPython()(logic::bool_struct_key(g.core(), ToValue()(node), scope));
       },
       "node"_a.none(), "env"_a.none() = nb::none());
-  cls.def(
-      "_atomic_bool_var",
+  def_deep(
+      cls, "_atomic_bool_var",
       [](PyGenerator& g, nb::handle node, nb::handle env) {
         const Env scope = to_env(env);
         const auto [name, polarity] = logic::atomic_bool_var(g.core(), ToValue()(node), scope);
         return nb::make_tuple(name, polarity);
       },
       "node"_a.none(), "env"_a.none() = nb::none());
-  cls.def(
-      "_ground_numeric_value",
+  def_deep(
+      cls, "_ground_numeric_value",
       [](PyGenerator& g, nb::handle expr, nb::handle env) -> nb::object {
         const Env scope = to_env(env);
         const std::optional<double> v = logic::ground_numeric_value(g.core(), ToValue()(expr), scope);
         return v ? nb::cast(*v) : nb::none();
       },
       "expr"_a.none(), "env"_a.none() = nb::none());
-  cls.def(
-      "_coerce_numeric",
+  def_deep(
+      cls, "_coerce_numeric",
       [](PyGenerator& /*g*/, nb::handle value) { return logic::coerce_numeric(ToValue()(value)); },
       "value"_a.none());
-  cls.def("_tighten_lower_bound", [](PyGenerator& g, const std::string& name, double val) {
+  def_deep(cls, "_tighten_lower_bound", [](PyGenerator& g, const std::string& name, double val) {
     g.core()._tighten_lower_bound(name, val);
   });
-  cls.def("_tighten_upper_bound", [](PyGenerator& g, const std::string& name, double val) {
+  def_deep(cls, "_tighten_upper_bound", [](PyGenerator& g, const std::string& name, double val) {
     g.core()._tighten_upper_bound(name, val);
   });
-  cls.def("_tighten_bounds",
-          [](PyGenerator& g, const std::string& name, double val) { g.core()._tighten_bounds(name, val); });
+  def_deep(cls, "_tighten_bounds",
+           [](PyGenerator& g, const std::string& name, double val) { g.core()._tighten_bounds(name, val); });
   cls.def_prop_ro("_comparison_truth_cache",
                   [](PyGenerator& g) { return ToPython()(Value::map(g.gen->comparison_truth_cache)); });
   cls.def_prop_ro("_bool_subtree_cache",
@@ -448,8 +462,8 @@ void bind_logic_helpers(nb::class_<PyGenerator>& cls) {
 
 void bind_generator(nb::module_& m) {
   nb::class_<PyGenerator> cls(m, "_Generator", nb::dynamic_attr());
-  cls.def(
-      "__init__",
+  def_deep(
+      cls, "__init__",
       [](PyGenerator* self, nb::handle ast, nb::handle data_dict, const nb::object& logger) {
         if (!PyDict_Check(ast.ptr())) raise(ErrorKind::kType, "ast must be a dict");
         ToValue to_value;
@@ -462,9 +476,9 @@ void bind_generator(nb::module_& m) {
 
   // Read-only attributes: fresh Python copies of the generator's state.
   cls.def_prop_ro("logger", [](PyGenerator& g) { return g.logger; });
-  cls.def_prop_ro("ast", [](PyGenerator& g) { return ToPython()(Value::map(g.gen->ast)); });
-  cls.def_prop_ro("data_dict", [](PyGenerator& g) { return ToPython()(Value::map(g.gen->data_dict)); });
-  cls.def_prop_ro("data", [](PyGenerator& g) { return ToPython()(Value::map(g.gen->data_dict)); });
+  cls.def_prop_ro("ast", deep([](PyGenerator& g) { return ToPython()(Value::map(g.gen->ast)); }));
+  cls.def_prop_ro("data_dict", deep([](PyGenerator& g) { return ToPython()(Value::map(g.gen->data_dict)); }));
+  cls.def_prop_ro("data", deep([](PyGenerator& g) { return ToPython()(Value::map(g.gen->data_dict)); }));
   cls.def_prop_ro("scipy_code_lines",
                   [](PyGenerator& g) { return string_list(g.gen->scipy_code_lines.to_vector()); });
   cls.def_prop_ro("var_names", [](PyGenerator& g) { return string_list(g.gen->var_names); });
@@ -540,14 +554,14 @@ void bind_generator(nb::module_& m) {
       [](PyGenerator& g, nb::handle v) { g.gen->allow_symbolic_bool = PyObject_IsTrue(v.ptr()) == 1; });
 
   // Public operations and phases.
-  cls.def("generate_code", [](PyGenerator& g) { return g.core_for_build().generate_code(); });
-  cls.def("build_problem", [](PyGenerator& g) {
+  def_deep(cls, "generate_code", [](PyGenerator& g) { return g.core_for_build().generate_code(); });
+  def_deep(cls, "build_problem", [](PyGenerator& g) {
     g.core_for_build().run_build_phases();
     release_free_memory();
     return problem_from_generator(*g.gen);
   });
-  cls.def(
-      "_generate_data_declarations",
+  def_deep(
+      cls, "_generate_data_declarations",
       [](PyGenerator& g, nb::handle data) {
         Generator& gen = g.core();
         // The generator's own map, unless a different one is given: Python
@@ -558,24 +572,25 @@ void bind_generator(nb::module_& m) {
                                                                                             : given);
       },
       "data_dict"_a.none());
-  cls.def("_build_variables", [](PyGenerator& g) { g.core()._build_variables(); });
-  cls.def("_build_objective", [](PyGenerator& g) { g.core()._build_objective(); });
-  cls.def("_build_constraints", [](PyGenerator& g) { g.core()._build_constraints(); });
-  cls.def("_apply_top_level_binary_assignments",
-          [](PyGenerator& g) { g.core()._apply_top_level_binary_assignments(); });
-  cls.def("_reconcile_problem_metadata", [](PyGenerator& g) { g.core()._reconcile_problem_metadata(); });
-  cls.def("_refresh_problem_metadata_code_lines",
-          [](PyGenerator& g) { g.core()._refresh_problem_metadata_code_lines(); });
-  cls.def("_snapshot_linear_problem", [](PyGenerator& g) { return problem_from_generator(g.core()); });
+  def_deep(cls, "_build_variables", [](PyGenerator& g) { g.core()._build_variables(); });
+  def_deep(cls, "_build_objective", [](PyGenerator& g) { g.core()._build_objective(); });
+  def_deep(cls, "_build_constraints", [](PyGenerator& g) { g.core()._build_constraints(); });
+  def_deep(cls, "_apply_top_level_binary_assignments",
+           [](PyGenerator& g) { g.core()._apply_top_level_binary_assignments(); });
+  def_deep(cls, "_reconcile_problem_metadata",
+           [](PyGenerator& g) { g.core()._reconcile_problem_metadata(); });
+  def_deep(cls, "_refresh_problem_metadata_code_lines",
+           [](PyGenerator& g) { g.core()._refresh_problem_metadata_code_lines(); });
+  def_deep(cls, "_snapshot_linear_problem", [](PyGenerator& g) { return problem_from_generator(g.core()); });
 
   // Helpers, reachable so behaviour can be tested where it is defined.
-  cls.def("_indent", [](PyGenerator& g) { return g.core()._indent(); });
-  cls.def("_add_code_line", [](PyGenerator& g, nb::handle line) {
+  def_deep(cls, "_indent", [](PyGenerator& g) { return g.core()._indent(); });
+  def_deep(cls, "_add_code_line", [](PyGenerator& g, nb::handle line) {
     if (!PyUnicode_Check(line.ptr())) raise(ErrorKind::kType, "_add_code_line requires a str line");
     g.core()._add_code_line(nb::cast<std::string>(line));
   });
-  cls.def(
-      "_eval_expr",
+  def_deep(
+      cls, "_eval_expr",
       [](PyGenerator& g, nb::handle expr, nb::handle env) {
         Generator& gen = g.core();
         const Value node = ToValue()(expr);
@@ -584,8 +599,8 @@ void bind_generator(nb::module_& m) {
         return ToPython().result(gen._eval_expr(node, &scope));
       },
       "expr"_a.none(), "env"_a.none() = nb::none());
-  cls.def(
-      "_eval_index_expr",
+  def_deep(
+      cls, "_eval_index_expr",
       [](PyGenerator& g, nb::handle dim, nb::handle env) {
         Generator& gen = g.core();
         return ToPython().result(gen._eval_index_expr(ToValue()(dim), to_env(env)));
@@ -599,33 +614,33 @@ void bind_generator(nb::module_& m) {
     }
     return nb::cast(PyEvaluator{nb::find(&g), nullptr, &g.gen->evaluator()}, nb::rv_policy::move);
   });
-  cls.def(
-      "_not_found_error",
+  def_deep(
+      cls, "_not_found_error",
       [](PyGenerator&, const std::string& what, nb::handle name) {
         return semantic_error_instance(Generator::_not_found_error(what, nb::str(name).c_str()));
       },
       "what"_a, "name"_a.none());
-  cls.def(
-      "_unsupported_type_error",
+  def_deep(
+      cls, "_unsupported_type_error",
       [](PyGenerator&, const std::string& what, nb::handle detail) {
         return semantic_error_instance(Generator::_unsupported_type_error(what, nb::str(detail).c_str()));
       },
       "what"_a, "detail"_a.none());
-  cls.def(
-      "_unsupported_operator_error",
+  def_deep(
+      cls, "_unsupported_operator_error",
       [](PyGenerator&, const std::string& context, nb::handle op) {
         return semantic_error_instance(Generator::_unsupported_operator_error(context, nb::str(op).c_str()));
       },
       "context"_a, "op"_a.none());
-  cls.def(
-      "_find_decl",
+  def_deep(
+      cls, "_find_decl",
       [](PyGenerator& g, const std::string& name, nb::handle decl_type) {
         const auto type = optional_str(decl_type);
         return decl_or_none(g.core()._find_decl(name, type ? &*type : nullptr));
       },
       "name"_a, "decl_type"_a.none() = nb::none());
-  cls.def(
-      "_find_decls",
+  def_deep(
+      cls, "_find_decls",
       [](PyGenerator& g, const std::string& name, nb::handle decl_type) {
         const auto type = optional_str(decl_type);
         nb::list out;
@@ -634,8 +649,8 @@ void bind_generator(nb::module_& m) {
         return out;
       },
       "name"_a, "decl_type"_a.none() = nb::none());
-  cls.def(
-      "_lookup_var_or_param",
+  def_deep(
+      cls, "_lookup_var_or_param",
       [](PyGenerator& g, const std::string& name, nb::handle indices, nb::handle env, bool default_zero) {
         Generator& gen = g.core();
         std::optional<ValueVec> idx;
@@ -647,35 +662,35 @@ void bind_generator(nb::module_& m) {
       },
       "name"_a, "indices"_a.none() = nb::none(), "env"_a.none() = nb::none(),
       "default_zero_if_missing"_a = false);
-  cls.def(
-      "_eval_index",
+  def_deep(
+      cls, "_eval_index",
       [](PyGenerator& g, nb::handle idx, nb::handle env) {
         Generator& gen = g.core();
         return ToPython()(gen._eval_index(ToValue()(idx), to_env(env)));
       },
       "idx"_a.none(), "env"_a.none());
-  cls.def(
-      "_convert_flat_kv_to_dict",
+  def_deep(
+      cls, "_convert_flat_kv_to_dict",
       [](PyGenerator& g, nb::handle data) -> nb::object {
         const auto converted = g.core()._convert_flat_kv_to_dict(ToValue()(data));
         return converted ? ToPython()(Value::map(*converted)) : nb::none();
       },
       "param_data"_a.none());
-  cls.def(
-      "_eval_bound",
+  def_deep(
+      cls, "_eval_bound",
       [](PyGenerator& g, nb::handle expr) { return ToPython()(g.core()._eval_bound(ToValue()(expr))); },
       "expr"_a.none());
   cls.def_static(
       "normalize_index", [](nb::handle idx) { return ToPython()(normalize_index(ToValue()(idx))); },
       "idx"_a.none());
-  cls.def(
-      "_format_varname",
+  def_deep(
+      cls, "_format_varname",
       [](PyGenerator& g, const std::string& base, nb::handle indices, bool is_tuple_indexed) {
         return g.core()._format_varname(base, to_value_list(indices, "indices"), is_tuple_indexed);
       },
       "base"_a, "indices"_a, "is_tuple_indexed"_a = false);
-  cls.def(
-      "_multi_indexed_var_name",
+  def_deep(
+      cls, "_multi_indexed_var_name",
       [](PyGenerator& g, nb::handle expr, nb::handle env, nb::handle eval_index_expr) {
         Generator& gen = g.core();
         const Value node = ToValue()(expr);
@@ -689,46 +704,46 @@ void bind_generator(nb::module_& m) {
         return gen._multi_indexed_var_name(node, to_env(env), &callback);
       },
       "expr"_a.none(), "env"_a.none(), "eval_index_expr"_a.none() = nb::none());
-  cls.def(
-      "_add_variable",
+  def_deep(
+      cls, "_add_variable",
       [](PyGenerator& g, const std::string& base, nb::handle lower, nb::handle upper) {
         auto [name, column] = g.core()._add_variable(base, ToValue()(lower), ToValue()(upper));
         return nb::make_tuple(name, column);
       },
       "base_name"_a, "lower"_a.none() = 0.0, "upper"_a.none() = 1.0);
-  cls.def(
-      "_is_tuple_indexed",
+  def_deep(
+      cls, "_is_tuple_indexed",
       [](PyGenerator& g, nb::handle decl) {
         const Value d = ToValue()(decl);
         return g.core()._is_tuple_indexed(d.is_map() ? d.as_map() : nullptr);
       },
       "decl"_a.none());
-  cls.def(
-      "_extract_field_access_index",
+  def_deep(
+      cls, "_extract_field_access_index",
       [](PyGenerator& g, nb::handle dim, nb::handle env) {
         Generator& gen = g.core();
         return ToPython()(gen._extract_field_access_index(ToValue()(dim), to_env(env)));
       },
       "dim"_a, "env"_a.none());
-  cls.def(
-      "_extract_tuple_index",
+  def_deep(
+      cls, "_extract_tuple_index",
       [](PyGenerator& g, nb::handle dim, nb::handle env) {
         Generator& gen = g.core();
         return ToPython()(gen._extract_tuple_index(ToValue()(dim), to_env(env)));
       },
       "dim"_a, "env"_a.none());
-  cls.def(
-      "_extract_normal_index",
+  def_deep(
+      cls, "_extract_normal_index",
       [](PyGenerator& g, nb::handle dim, nb::handle env) {
         Generator& gen = g.core();
         return ToPython()(gen._extract_normal_index(ToValue()(dim), to_env(env)));
       },
       "dim"_a, "env"_a.none());
-  cls.def(
-      "_normalize_index_for_varname", [](PyGenerator&, nb::handle idx) { return nb::borrow(idx); },
+  def_deep(
+      cls, "_normalize_index_for_varname", [](PyGenerator&, nb::handle idx) { return nb::borrow(idx); },
       "idx"_a.none());
-  cls.def(
-      "_unroll_iterators",
+  def_deep(
+      cls, "_unroll_iterators",
       [](PyGenerator& g, nb::handle iterators, nb::handle env) {
         Generator& gen = g.core();
         const std::optional<Env> scope = env.is_none() ? std::nullopt : std::optional<Env>(to_env(env));
@@ -742,8 +757,8 @@ void bind_generator(nb::module_& m) {
         return nb::make_tuple(loop_vars, loop_ranges);
       },
       "iterators"_a, "env"_a.none() = nb::none());
-  cls.def(
-      "_iterate_iterators_dynamic",
+  def_deep(
+      cls, "_iterate_iterators_dynamic",
       [](PyGenerator& g, nb::handle iterators, nb::handle outer_env) {
         Generator& gen = g.core();
         nb::list out;
@@ -756,15 +771,15 @@ void bind_generator(nb::module_& m) {
         return out;
       },
       "iterators"_a, "outer_env"_a.none());
-  cls.def(
-      "_eval_bound_dynamic",
+  def_deep(
+      cls, "_eval_bound_dynamic",
       [](PyGenerator& g, nb::handle expr, nb::handle env) {
         Generator& gen = g.core();
         return gen._eval_bound_dynamic(ToValue()(expr), to_env(env));
       },
       "expr"_a.none(), "env"_a.none());
-  cls.def(
-      "_should_include_sum_term",
+  def_deep(
+      cls, "_should_include_sum_term",
       [](PyGenerator& g, nb::handle loop_vars, nb::handle idx_tuple, nb::handle tuple_set_names,
          nb::handle env, nb::handle index_constraint, nb::handle /*expr*/, nb::handle /*eval_env*/) {
         Generator& gen = g.core();
@@ -778,31 +793,31 @@ void bind_generator(nb::module_& m) {
       },
       "loop_vars"_a, "idx_tuple"_a, "tuple_set_names"_a, "env"_a.none(), "index_constraint"_a.none(),
       "expr"_a.none(), "eval_env"_a.none() = nb::none());
-  cls.def(
-      "_emit_python_expr",
+  def_deep(
+      cls, "_emit_python_expr",
       [](PyGenerator& g, nb::handle expr, nb::handle env) {
         Generator& gen = g.core();
         return gen._emit_python_expr(ToValue()(expr), to_env(env));
       },
       "expr"_a.none(), "env"_a.none() = nb::none());
-  cls.def(
-      "_emit_symbolic_expr",
+  def_deep(
+      cls, "_emit_symbolic_expr",
       [](PyGenerator& g, nb::handle expr) { return g.core()._emit_symbolic_expr(ToValue()(expr)); },
       "expr"_a.none());
-  cls.def(
-      "_traverse_expression",
+  def_deep(
+      cls, "_traverse_expression",
       [](PyGenerator& g, nb::handle expr) { return g.core()._traverse_expression(ToValue()(expr)); },
       "expr"_a.none());
-  cls.def(
-      "_resolve_tuple_field",
+  def_deep(
+      cls, "_resolve_tuple_field",
       [](PyGenerator& g, nb::handle tuple_type, nb::handle field, nb::handle tuple_val) {
         Generator& gen = g.core();
         return ToPython()(
             gen._resolve_tuple_field(ToValue()(tuple_type), ToValue()(field), ToValue()(tuple_val)));
       },
       "tuple_type"_a.none(), "field"_a.none(), "tuple_val"_a.none());
-  cls.def(
-      "_get_tuple_set_names",
+  def_deep(
+      cls, "_get_tuple_set_names",
       [](PyGenerator& g, nb::handle iterators) {
         ToPython py;
         nb::object out = nb::steal(PySet_New(nullptr));
@@ -812,35 +827,35 @@ void bind_generator(nb::module_& m) {
         return out;
       },
       "iterators"_a);
-  cls.def(
-      "_resolve_tuple_index_varname",
+  def_deep(
+      cls, "_resolve_tuple_index_varname",
       [](PyGenerator& g, const std::string& vname) { return g.core()._resolve_tuple_index_varname(vname); },
       "vname"_a);
-  cls.def(
-      "_handle_tuple_type_declaration",
+  def_deep(
+      cls, "_handle_tuple_type_declaration",
       [](PyGenerator& g, nb::handle decl) {
         const Value d = ToValue()(decl);
         if (!d.is_map()) raise(ErrorKind::kType, "decl must be a dict");
         g.core()._handle_tuple_type_declaration(*d.as_map());
       },
       "decl"_a);
-  cls.def(
-      "_infer_var_bounds",
+  def_deep(
+      cls, "_infer_var_bounds",
       [](PyGenerator& g, const std::string& vname) {
         const auto [lower, upper] = g.core()._infer_var_bounds(vname);
         ToPython py;
         return nb::make_tuple(py(lower), py(upper));
       },
       "vname"_a);
-  cls.def("_get_param_decl_map", [](PyGenerator& g) {
+  def_deep(cls, "_get_param_decl_map", [](PyGenerator& g) {
     nb::dict out;
     ToPython py;
     for (const auto& [name, decl] : g.core()._get_param_decl_map())
       out[nb::str(name.c_str(), name.size())] = py(Value::map(decl));
     return out;
   });
-  cls.def(
-      "_accumulate_sum_to_dict",
+  def_deep(
+      cls, "_accumulate_sum_to_dict",
       [](PyGenerator& g, nb::handle expr, nb::handle env, double sign) {
         Generator& gen = g.core();
         const auto [coefs, constant] = gen._accumulate_sum_to_dict(ToValue()(expr), to_env(env), sign);
@@ -855,8 +870,8 @@ void bind_generator(nb::module_& m) {
         return nb::make_tuple(out, constant);
       },
       "expr"_a.none(), "env"_a.none(), "sign"_a = 1.0);
-  cls.def(
-      "_big_m_for_comparison",
+  def_deep(
+      cls, "_big_m_for_comparison",
       [](PyGenerator& g, nb::handle comp, nb::handle env) {
         Generator& gen = g.core();
         const Env scope = to_env(env);
@@ -879,24 +894,24 @@ void bind_generator(nb::module_& m) {
         return ToPython()(Value::list(Generator::_flatten_bool(ToValue()(node), target)));
       },
       "node"_a.none(), "target_type"_a);
-  cls.def(
-      "_linear_bounds_safe",
+  def_deep(
+      cls, "_linear_bounds_safe",
       [](PyGenerator& g, nb::handle node) {
         const auto [lo, up] = g.core()._linear_bounds_safe(ToValue()(node));
         ToPython py;
         return nb::make_tuple(py(lo), py(up));
       },
       "node"_a.none());
-  cls.def(
-      "_var_bounds_safe",
+  def_deep(
+      cls, "_var_bounds_safe",
       [](PyGenerator& g, nb::handle node) {
         const auto [lo, up] = g.core()._var_bounds_safe(ToValue()(node));
         ToPython py;
         return nb::make_tuple(py(lo), py(up));
       },
       "node"_a.none());
-  cls.def(
-      "_make_constraint_row",
+  def_deep(
+      cls, "_make_constraint_row",
       [](PyGenerator& g, nb::handle coef_dict) {
         Generator& gen = g.core();
         std::vector<double> row(gen.var_names.size(), 0.0);
@@ -911,8 +926,8 @@ void bind_generator(nb::module_& m) {
         return row;
       },
       "coef_dict"_a);
-  cls.def(
-      "_update_vector_from_coef_dict",
+  def_deep(
+      cls, "_update_vector_from_coef_dict",
       [](PyGenerator& g, nb::handle coef_dict, nb::list vector, nb::handle op) {
         Generator& gen = g.core();
         std::vector<double> values;
@@ -927,12 +942,12 @@ void bind_generator(nb::module_& m) {
         for (std::size_t i = 0; i < values.size(); ++i) vector[i] = values[i];
       },
       "coef_dict"_a, "vector"_a, "op"_a.none() = nb::none());
-  cls.def(
-      "_finalize_constraint_state",
+  def_deep(
+      cls, "_finalize_constraint_state",
       [](PyGenerator& g, const ConstraintBuildState& state) { g.core()._finalize_constraint_state(state); },
       "state"_a);
-  cls.def(
-      "_append_sparse_row",
+  def_deep(
+      cls, "_append_sparse_row",
       [](PyGenerator& g, ConstraintBuildState& state, const std::vector<double>& row, double rhs,
          const std::string& sense) {
         g.core();
@@ -942,8 +957,8 @@ void bind_generator(nb::module_& m) {
         append_sparse_row(state, entries, rhs, sense);
       },
       "state"_a, "row"_a, "rhs"_a, nb::kw_only(), "sense"_a);
-  cls.def(
-      "_append_sparse_coef_row",
+  def_deep(
+      cls, "_append_sparse_coef_row",
       [](PyGenerator& g, ConstraintBuildState& state, nb::handle coef_by_var, double rhs,
          const std::string& sense) {
         Generator& gen = g.core();
@@ -962,8 +977,8 @@ void bind_generator(nb::module_& m) {
         append_sparse_row(state, entries, rhs, sense);
       },
       "state"_a, "coef_by_var"_a, "rhs"_a, nb::kw_only(), "sense"_a);
-  cls.def("_ensure_aux_binary",
-          [](PyGenerator& g, const std::string& base) { return g.core()._ensure_aux_binary(base); });
+  def_deep(cls, "_ensure_aux_binary",
+           [](PyGenerator& g, const std::string& base) { return g.core()._ensure_aux_binary(base); });
   bind_logic_helpers(cls);
 }
 
@@ -984,7 +999,7 @@ void bind_build_state(nb::module_& m) {
 
 void bind_evaluator(nb::module_& m) {
   nb::class_<PyEvaluator> cls(m, "ExpressionEvaluator");
-  cls.def("__init__", [](PyEvaluator* self, nb::object parent) {
+  def_deep(cls, "__init__", [](PyEvaluator* self, nb::object parent) {
     PyGenerator& owner = nb::cast<PyGenerator&>(parent);
     auto ev = std::make_unique<ExpressionEvaluator>(*owner.gen);
     ExpressionEvaluator* raw = ev.get();
@@ -995,8 +1010,8 @@ void bind_evaluator(nb::module_& m) {
     return nb::isinstance<PyEvaluator>(b) && nb::cast<PyEvaluator&>(b).ev == a.ev;
   });
   cls.def("__hash__", [](PyEvaluator& e) { return reinterpret_cast<std::uintptr_t>(e.ev); });
-  cls.def(
-      "eval",
+  def_deep(
+      cls, "eval",
       [](PyEvaluator& e, nb::handle expr, nb::handle env) {
         ExpressionEvaluator& ev = e.core();
         const Value node = ToValue()(expr);
@@ -1005,8 +1020,8 @@ void bind_evaluator(nb::module_& m) {
         return ToPython().result(ev.eval(node, &scope));
       },
       "expr"_a.none(), "env"_a.none() = nb::none());
-  cls.def(
-      "_eval_index_expr",
+  def_deep(
+      cls, "_eval_index_expr",
       [](PyEvaluator& e, nb::handle dim, nb::handle env) {
         ExpressionEvaluator& ev = e.core();
         return ToPython().result(ev._eval_index_expr(ToValue()(dim), to_env(env)));

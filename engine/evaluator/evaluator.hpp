@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "model/error.hpp"
+#include "model/nesting_limit.hpp"
 
 #include "evaluator/eval_result.hpp"
 #include "generator/generator.hpp"
@@ -24,7 +25,10 @@ class DepthGuard {
   DepthGuard(int& depth, int limit) : depth_(depth) {
     if (++depth_ > limit) {
       --depth_;
-      raise(ErrorKind::kRecursion, "expression nested deeper than " + std::to_string(limit) + " levels");
+      std::string message = "expression nested deeper than ";
+      message += std::to_string(limit);
+      message += " levels";
+      raise(ErrorKind::kRecursion, message);
     }
   }
   DepthGuard(const DepthGuard&) = delete;
@@ -129,7 +133,7 @@ class ExpressionEvaluator {
 
  private:
   // Deeper nesting than this is refused instead of exhausting the C++ stack.
-  static constexpr int kMaxDepth = 2000;
+  static constexpr int kMaxDepth = kMaxNesting;
 
   const EvalNodeInfo& node_info(const Map& node);
   std::shared_ptr<const IndexedNameShape> make_indexed_name_shape(const Map& node);

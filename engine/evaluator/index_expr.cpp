@@ -70,7 +70,12 @@ EvalResult ExpressionEvaluator::_eval_index_expr(const Value& dim_expr, const En
     const Value& op = node.at("op");
     const std::string op_text = py_str(op);
     if (!lval.is_int_like() || !rval.is_int_like()) {
-      return EvalResult::constant(Value::str("(" + py_str(lval) + " " + op_text + " " + py_str(rval) + ")"));
+      std::string text = "(";
+      text += py_str(lval);
+      text += " " + op_text + " ";
+      text += py_str(rval);
+      text += ")";
+      return EvalResult::constant(Value::str(std::move(text)));
     }
     if (op_text == "+") return EvalResult::constant(normalized_index(py_add(lval, rval)));
     if (op_text == "-") return EvalResult::constant(normalized_index(py_sub(lval, rval)));

@@ -84,8 +84,12 @@ EvalResult ExpressionEvaluator::eval_connective(const Value& expr, const Env& en
       raise_semantic(std::string("Non-ground boolean ") + (is_and ? "AND" : "OR") +
                      " outside constraint build context");
     }
-    return EvalResult::constant(
-        Value::str("(" + py_str(left.val) + ") " + (is_and ? "&&" : "||") + " (" + py_str(right.val) + ")"));
+    std::string text = "(";
+    text += py_str(left.val);
+    text += is_and ? ") && (" : ") || (";
+    text += py_str(right.val);
+    text += ")";
+    return EvalResult::constant(Value::str(std::move(text)));
   }
   const bool l = py_truth(left.val);
   const bool r = py_truth(right.val);
