@@ -638,6 +638,25 @@ def test_shared_subtrees_are_the_same_as_copies(model, depth, share_declarations
         assert problem.A_ub.tolist() == problem2.A_ub.tolist() and problem.A_eq.tolist() == problem2.A_eq.tolist()
 
 
+@fuzz_settings(10)
+@given(st.integers(24, 64), st.sampled_from(["objective", "data"]))
+def test_exponential_sharing_is_refused_at_once(depth, where):
+    """A part doubled at every level would be walked 2**depth times: it is
+    refused while converting, in time and with a documented error."""
+    tree = {"declarations": [{"type": "dvar", "name": "x", "var_type": "float+"}],
+            "objective": {"type": "minimize", "expression": ref("x")}, "constraints": []}
+    data = {}
+    if where == "objective":
+        tree["objective"]["expression"] = shared_dag(ref("x"), depth)
+    else:
+        value = [1]
+        for _ in range(depth):
+            value = [value, value]
+        data["p"] = value
+    with watchdog(), pytest.raises(ValueError, match="shares parts so often"):
+        SciPyCSCCodeGenerator(tree, data)
+
+
 @st.composite
 def huge_range_models(draw):
     # Every one of these has more members than a range may have (10**8).

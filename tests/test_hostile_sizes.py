@@ -246,3 +246,54 @@ def test_the_path_counts_list_positions():
                                              r"at \['p'\]\[0\]\[1\]\[2\]\[0\]\[0\]\.\.\.\[0\]\[0\]\[0\] "
                                              r"\(10000 steps\)$"):
         SciPyCSCCodeGenerator(model(), data)
+
+
+def doubled(leaf, depth):
+    expr = leaf
+    for _ in range(depth):
+        expr = binop("+", expr, expr)
+    return expr
+
+
+def test_a_part_doubled_at_every_level_is_refused_before_any_work():
+    tree = model([{"type": "dvar", "name": "x", "var_type": "float+"}], minimize(doubled(name("x"), 40)))
+    with pytest.raises(ValueError) as err:
+        SciPyCSCCodeGenerator(tree, {})
+    # Written out: 2**40 leaves of three nodes, 2**40 - 1 binops of three
+    # nodes besides their operands, the objective's two, the model's seven.
+    # Distinct: each level's binop, its two strings and four keys; the
+    # leaf's five; the rest of the model's 17.
+    written_out = 3 * 2**40 + 3 * (2**40 - 1) + 2 + 7
+    distinct = 7 * 40 + 5 + 17
+    assert str(err.value) == (f"the model or data shares parts so often that written out it has {written_out} nodes, "
+                              f"from {distinct} distinct ones; give each use its own copy, or use a sum over an "
+                              "iterator")
+
+
+def test_moderate_sharing_builds_the_same_as_copies():
+    # One constraint object used 2,000 times: 2,000 rows, as written out.
+    row = constraint("<=", name("x"), num(4))
+    tree = model([{"type": "dvar", "name": "x", "var_type": "float+"}], maximize(name("x")), [row] * 2000)
+    problem = SciPyCSCCodeGenerator(tree, {}).build_problem()
+    assert problem.b_ub == [4.0] * 2000
+    assert solve_problem(problem).objective_value == 4.0
+
+
+def test_data_keyed_by_nan_builds():
+    # Every NaN is a key of its own that no lookup finds, as in Python
+    # without the same object; 50,000 of them once took seconds.
+    keys = [float("nan") for _ in range(50_000)]
+    tree = model([{"type": "set_declaration", "name": "S"},
+                  {"type": "parameter_external_indexed", "name": "p",
+                   "dimensions": [{"type": "named_set_dimension", "name": "S"}]},
+                  {"type": "dvar", "name": "x", "var_type": "float+"}],
+                 maximize(name("x")), [constraint("<=", name("x"), num(2))])
+    problem = SciPyCSCCodeGenerator(tree, {"S": keys, "p": {k: 1 for k in keys}}).build_problem()
+    assert solve_problem(problem).objective_value == 2.0
+
+
+def test_many_small_arrays_keep_their_columns_in_order():
+    n = 20_000
+    decls = [dvar_indexed(f"y{i}", range_dim(1, 2)) for i in range(n)]
+    problem = SciPyCSCCodeGenerator(model(decls, minimize(num(0))), {}).build_problem()
+    assert problem.var_names == [f"y{i}_{k}" for i in range(n) for k in (1, 2)]

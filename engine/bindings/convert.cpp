@@ -1,5 +1,6 @@
 #include "bindings/convert.hpp"
 
+#include <algorithm>
 #include <string>
 
 #include "model/error.hpp"
@@ -10,6 +11,9 @@ namespace kolva::bindings {
 namespace {
 
 std::string python_type_name(PyObject* obj) { return Py_TYPE(obj)->tp_name; }
+
+// Written-out sizes stop growing here instead of overflowing.
+constexpr std::uint64_t kSaturated = std::uint64_t{1} << 62;
 
 Value convert_int(PyObject* obj) {
   int overflow = 0;
@@ -24,7 +28,19 @@ Value convert_int(PyObject* obj) {
 
 }  // namespace
 
+Value ToValue::operator()(nb::handle obj) {
+  Value out = convert(obj.ptr(), 0);
+  if (written_out_ > kMaxWrittenOut && written_out_ / kMaxSharingFactor > distinct_) {
+    raise(ErrorKind::kValue, "the model or data shares parts so often that written out it has " +
+                                 std::to_string(written_out_) + " nodes, from " + std::to_string(distinct_) +
+                                 " distinct ones; give each use its own copy, or use a sum over an iterator");
+  }
+  return out;
+}
+
 Value ToValue::convert(PyObject* obj, int depth) {
+  written_out_ = 1;
+  ++distinct_;
   if (obj == Py_None) return Value::none();
   if (PyBool_Check(obj)) return Value::boolean(obj == Py_True);
   if (PyLong_Check(obj)) return convert_int(obj);
@@ -76,7 +92,11 @@ void ToValue::refuse_nesting() const {
 
 Value ToValue::convert_container(PyObject* obj, int depth) {
   if (depth >= kMaxNesting) refuse_nesting();
-  if (const auto it = done_.find(obj); it != done_.end()) return it->second;
+  if (const auto it = done_.find(obj); it != done_.end()) {
+    --distinct_;  // counted by convert(), but seen before
+    written_out_ = it->second.written_out;
+    return it->second.value;
+  }
   if (!open_.insert(obj).second) raise(ErrorKind::kRecursion, "the model or data contains a reference cycle");
   Value out;
   // Converting a member may run Python code (__index__, __float__) that
@@ -84,6 +104,8 @@ Value ToValue::convert_container(PyObject* obj, int depth) {
   // reference of our own, and the container too, so that its address is
   // not reused for another object while this converter remembers it.
   keep_.push_back(nb::borrow(obj));
+  std::uint64_t size = 1;
+  const auto add_member_size = [&] { size = std::min(size + written_out_, kSaturated); };
   if (PyDict_Check(obj)) {
     std::vector<nb::object> entries;
     entries.reserve(2 * static_cast<std::size_t>(PyDict_GET_SIZE(obj)));
@@ -99,6 +121,7 @@ Value ToValue::convert_container(PyObject* obj, int depth) {
       Value key = convert(entries[i].ptr(), depth + 1);
       path_.push_back(entries[i].ptr());
       Value value = convert(entries[i + 1].ptr(), depth + 1);
+      add_member_size();
       path_.pop_back();
       map->set(std::move(key), std::move(value));
     }
@@ -115,12 +138,14 @@ Value ToValue::convert_container(PyObject* obj, int depth) {
       const nb::int_ position(i);
       path_.push_back(position.ptr());
       values.push_back(convert(members[i].ptr(), depth + 1));
+      add_member_size();
       path_.pop_back();
     }
     out = PyTuple_Check(obj) ? Value::tuple(std::move(values)) : Value::list(std::move(values));
   }
   open_.erase(obj);
-  done_.emplace(obj, out);
+  done_.emplace(obj, Converted{out, size});
+  written_out_ = size;
   return out;
 }
 

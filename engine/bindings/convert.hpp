@@ -2,6 +2,7 @@
 
 #include <nanobind/nanobind.h>
 
+#include <cstdint>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -20,7 +21,13 @@ namespace nb = nanobind;
 class ToValue {
  public:
   static constexpr int kMaxNesting = kolva::kMaxNesting;
-  Value operator()(nb::handle obj) { return convert(obj.ptr(), 0); }
+  // A tree that shares parts is walked as if written out: past this many
+  // nodes written out, and sixteen times its distinct nodes, it is refused
+  // (a part doubled at every level of a chain grows exponentially).
+  static constexpr std::uint64_t kMaxWrittenOut = 10'000'000;
+  static constexpr std::uint64_t kMaxSharingFactor = 16;
+
+  Value operator()(nb::handle obj);
 
  private:
   Value convert(PyObject* obj, int depth);
@@ -31,7 +38,16 @@ class ToValue {
   // say where input nests too deeply.
   std::vector<PyObject*> path_;
 
-  std::unordered_map<PyObject*, Value> done_;
+  // Nodes of the last value converted, written out (a scalar is one), and
+  // the distinct nodes converted so far.
+  std::uint64_t written_out_ = 0;
+  std::uint64_t distinct_ = 0;
+
+  struct Converted {
+    Value value;
+    std::uint64_t written_out;
+  };
+  std::unordered_map<PyObject*, Converted> done_;
   std::unordered_set<PyObject*> open_;
   std::vector<nb::object> keep_;  // every container seen, alive while its address is a key
 };

@@ -1,7 +1,6 @@
 #include "bindings/deep_stack.hpp"
 
 #include <sys/mman.h>
-#include <ucontext.h>
 #include <unistd.h>
 
 #include <exception>
@@ -53,26 +52,61 @@ class DeepStack {
   void* base_ = nullptr;
 };
 
+// Calls fn(arg) with the stack pointer at `top` and returns to the caller's
+// stack when fn returns. fn must not let an exception out: the switch has no
+// unwind information, so nothing may unwind through it.
+extern "C" void kolva_call_on_stack(void* arg, void (*fn)(void*), void* top);
+
+#if defined(__x86_64__)
+asm(R"(
+  .text
+  .p2align 4
+  .type kolva_call_on_stack, @function
+kolva_call_on_stack:
+  pushq %rbp
+  movq %rsp, %rbp
+  movq %rdx, %rsp
+  callq *%rsi
+  movq %rbp, %rsp
+  popq %rbp
+  retq
+  .size kolva_call_on_stack, .-kolva_call_on_stack
+)");
+#elif defined(__aarch64__)
+asm(R"(
+  .text
+  .p2align 2
+  .type kolva_call_on_stack, %function
+kolva_call_on_stack:
+  stp x29, x30, [sp, #-16]!
+  mov x29, sp
+  mov sp, x2
+  blr x1
+  mov sp, x29
+  ldp x29, x30, [sp], #16
+  ret
+  .size kolva_call_on_stack, .-kolva_call_on_stack
+)");
+#else
+#error "the deep stack needs a stack switch for this processor"
+#endif
+
 struct Call {
   const std::function<void()>* body = nullptr;
   std::exception_ptr error;
-  ucontext_t caller{};
-  ucontext_t callee{};
 #ifdef KOLVA_ASAN_FIBERS
-  void* fake_stack = nullptr;
   const void* caller_bottom = nullptr;
   std::size_t caller_size = 0;
 #endif
 };
 
 thread_local DeepStack t_stack;
-thread_local Call* t_call = nullptr;
 thread_local bool t_on_deep_stack = false;
 
 // The deep stack's first frame. Nothing may unwind past it: every
 // exception is caught here and carried back to the caller's stack.
-void trampoline() {
-  Call* call = t_call;
+void run_call(void* arg) {
+  auto* call = static_cast<Call*>(arg);
 #ifdef KOLVA_ASAN_FIBERS
   __sanitizer_finish_switch_fiber(nullptr, &call->caller_bottom, &call->caller_size);
 #endif
@@ -82,9 +116,10 @@ void trampoline() {
     call->error = std::current_exception();
   }
 #ifdef KOLVA_ASAN_FIBERS
+  // Each call starts afresh at the top of the deep stack: leaving it ends
+  // this use of it.
   __sanitizer_start_switch_fiber(nullptr, call->caller_bottom, call->caller_size);
 #endif
-  // Returning resumes call->caller (uc_link).
 }
 
 }  // namespace
@@ -96,23 +131,18 @@ void run_on_deep_stack(const std::function<void()>& body) {
   }
   Call call;
   call.body = &body;
-  if (getcontext(&call.callee) != 0) throw std::bad_alloc();
-  call.callee.uc_stack.ss_sp = t_stack.base();
-  call.callee.uc_stack.ss_size = kDeepStackBytes;
-  call.callee.uc_link = &call.caller;
-  makecontext(&call.callee, trampoline, 0);
-  t_call = &call;
+  void* base = t_stack.base();
+  void* top = static_cast<char*>(base) + kDeepStackBytes;
   t_on_deep_stack = true;
 #ifdef KOLVA_ASAN_FIBERS
-  __sanitizer_start_switch_fiber(&call.fake_stack, t_stack.base(), kDeepStackBytes);
+  void* fake_stack = nullptr;
+  __sanitizer_start_switch_fiber(&fake_stack, base, kDeepStackBytes);
 #endif
-  const int switched = swapcontext(&call.caller, &call.callee);
+  kolva_call_on_stack(&call, run_call, top);
 #ifdef KOLVA_ASAN_FIBERS
-  __sanitizer_finish_switch_fiber(call.fake_stack, nullptr, nullptr);
+  __sanitizer_finish_switch_fiber(fake_stack, nullptr, nullptr);
 #endif
   t_on_deep_stack = false;
-  t_call = nullptr;
-  if (switched != 0) throw std::bad_alloc();
   if (call.error) std::rethrow_exception(call.error);
 }
 

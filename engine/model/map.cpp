@@ -1,5 +1,6 @@
 #include "model/map.hpp"
 
+#include <cmath>
 #include <string>
 
 #include "model/error.hpp"
@@ -17,9 +18,15 @@ void require_hashable(const Value& key) {
 
 bool is_str_key(const Value& key, std::string_view text) { return key.is_str() && key.as_str() == text; }
 
+// A NaN key equals no key, itself included, so no lookup can find it: it
+// stays out of the hash index, where all NaNs would share one chain and make
+// every insertion walk the ones before.
+bool never_equal(const Value& key) { return key.is_float() && std::isnan(key.as_float()); }
+
 }  // namespace
 
 std::ptrdiff_t Map::position_of(const Value& key, std::uint64_t hash) const {
+  if (never_equal(key)) return -1;
   if (slots_.empty()) {
     for (std::size_t i = 0; i < items_.size(); ++i) {
       if (py_eq(items_[i].first, key)) return static_cast<std::ptrdiff_t>(i);
@@ -141,7 +148,7 @@ void Map::append(Value key, Value value, std::uint64_t hash) {
     hashes_.push_back(hash);
     if (items_.size() * 2 > slots_.size()) {
       rebuild_index();
-    } else {
+    } else if (!never_equal(items_.back().first)) {
       index_insert(hash, static_cast<std::uint32_t>(items_.size() - 1));
     }
   } else if (items_.size() > kLinearLimit) {
@@ -157,7 +164,7 @@ void Map::rebuild_index() {
   while (capacity < items_.size() * 4) capacity *= 2;
   slots_.assign(capacity, 0);
   for (std::size_t i = 0; i < items_.size(); ++i) {
-    index_insert(hashes_[i], static_cast<std::uint32_t>(i));
+    if (!never_equal(items_[i].first)) index_insert(hashes_[i], static_cast<std::uint32_t>(i));
   }
 }
 

@@ -9,6 +9,7 @@
 #include "expansion/product.hpp"
 #include "generator/generator.hpp"
 #include "generator/list_text.hpp"
+#include "model/growth.hpp"
 #include "model/int_range.hpp"
 #include "model/interrupt.hpp"
 #include "model/py_format.hpp"
@@ -321,12 +322,12 @@ void Generator::handle_indexed_variable_declaration(const Map& decl, std::vector
     }
     array_layouts_.insert_or_assign(&decl, std::move(layout));
   }
-  std::size_t product = 1;
-  for (const ValueVec& members : elements_list) product *= members.size();
+  std::uint64_t product = 1;
+  for (const ValueVec& members : elements_list) add_combination_factor(product, members.size());
   if (!names_as_block) var_indices.reserve(product);
-  names.reserve(names.size() + product);
-  new_bounds.reserve(new_bounds.size() + product);
-  new_integrality.reserve(new_integrality.size() + product);
+  reserve_more(names, product);
+  reserve_more(new_bounds, product);
+  reserve_more(new_integrality, product);
   for_each_product(elements_list, [&](const std::vector<std::size_t>& pos) {
     std::string column_name = name;
     Env env;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <charconv>
 
+#include "model/growth.hpp"
+
 namespace kolva {
 namespace {
 
@@ -150,9 +152,9 @@ bool NameTable::insert_block(const std::string& base, std::vector<std::int64_t> 
 
 void NameTable::reserve(std::size_t extra) {
   const std::size_t wanted = keys_.size() + extra;
-  keys_.reserve(wanted);
-  values_.reserve(wanted);
-  positions_.reserve(wanted);
+  reserve_more(keys_, extra);
+  reserve_more(values_, extra);
+  reserve_more(positions_, extra);
   if (wanted * 2 > slots_.size()) grow(wanted);
 }
 
