@@ -120,11 +120,19 @@ class PyLogSink : public LogSink {
  public:
   explicit PyLogSink(nb::object logger) : logger_(std::move(logger)) {}
   bool enabled(LogLevel level) override {
+    if (!logger_.is_valid()) return false;
     return nb::cast<bool>(logger_.attr("isEnabledFor")(static_cast<int>(level)));
   }
   void emit(LogLevel level, const std::string& message) override {
-    logger_.attr("log")(static_cast<int>(level), message);
+    if (logger_.is_valid()) logger_.attr("log")(static_cast<int>(level), message);
   }
+
+  // For the garbage collector: the logger may refer back to the generator.
+  int traverse(visitproc visit, void* arg) const {
+    Py_VISIT(logger_.ptr());
+    return 0;
+  }
+  void clear() { logger_.reset(); }
 
  private:
   nb::object logger_;
@@ -142,8 +150,10 @@ struct PyEvaluator;
 struct PyGenerator {
   std::unique_ptr<Generator> gen;
   nb::object logger;
+  std::shared_ptr<PyLogSink> sink;  // shared with gen, which logs through it
 
-  PyGenerator(std::unique_ptr<Generator> g, nb::object l) : gen(std::move(g)), logger(std::move(l)) {}
+  PyGenerator(std::unique_ptr<Generator> g, nb::object l, std::shared_ptr<PyLogSink> s)
+      : gen(std::move(g)), logger(std::move(l)), sink(std::move(s)) {}
   PyGenerator(const PyGenerator&) = delete;
   PyGenerator& operator=(const PyGenerator&) = delete;
   // A deep model tree is freed as deep as it was built.
@@ -175,6 +185,10 @@ struct PyEvaluator {
   ExpressionEvaluator* ev = nullptr;
 
   ExpressionEvaluator& core() {
+    if (ev == nullptr) {
+      raise(ErrorKind::kValue,
+            "this ExpressionEvaluator was cleared with its generator by the garbage collector");
+    }
     nb::cast<PyGenerator&>(parent).gen->refresh_log_levels();
     return *ev;
   }
@@ -460,8 +474,40 @@ void bind_logic_helpers(nb::class_<PyGenerator>& cls) {
   cls.def_prop_ro("_impl_counter", [](PyGenerator& g) { return g.gen->impl_counter.value_or(0); });
 }
 
+// The instance dict of a type with dynamic attributes. Python subclasses
+// share it (same offset), so the base type's traverse and clear must see it.
+PyObject** instance_dict(PyObject* self) {
+  const Py_ssize_t offset = Py_TYPE(self)->tp_dictoffset;
+  return offset > 0 ? reinterpret_cast<PyObject**>(reinterpret_cast<char*>(self) + offset) : nullptr;
+}
+
+// A generator refers to its logger twice (the attribute and the log sink)
+// and to its instance dict; any of them may lead back to it.
+int generator_traverse(PyObject* self, visitproc visit, void* arg) {
+  Py_VISIT(Py_TYPE(self));
+  if (PyObject** dict = instance_dict(self)) Py_VISIT(*dict);
+  if (!nb::inst_ready(self)) return 0;
+  const PyGenerator* g = nb::inst_ptr<PyGenerator>(self);
+  Py_VISIT(g->logger.ptr());
+  if (g->sink) return g->sink->traverse(visit, arg);
+  return 0;
+}
+
+int generator_clear(PyObject* self) {
+  if (PyObject** dict = instance_dict(self)) Py_CLEAR(*dict);
+  if (!nb::inst_ready(self)) return 0;
+  PyGenerator* g = nb::inst_ptr<PyGenerator>(self);
+  g->logger.reset();
+  if (g->sink) g->sink->clear();
+  return 0;
+}
+
+PyType_Slot generator_slots[] = {{Py_tp_traverse, reinterpret_cast<void*>(generator_traverse)},
+                                 {Py_tp_clear, reinterpret_cast<void*>(generator_clear)},
+                                 {0, nullptr}};
+
 void bind_generator(nb::module_& m) {
-  nb::class_<PyGenerator> cls(m, "_Generator", nb::dynamic_attr());
+  nb::class_<PyGenerator> cls(m, "_Generator", nb::dynamic_attr(), nb::type_slots(generator_slots));
   def_deep(
       cls, "__init__",
       [](PyGenerator* self, nb::handle ast, nb::handle data_dict, const nb::object& logger) {
@@ -470,7 +516,8 @@ void bind_generator(nb::module_& m) {
         MapPtr root = to_value(ast).as_map();
         MapPtr data = data_dict.is_none() ? nullptr : to_map_or_empty(data_dict, "data_dict");
         auto sink = std::make_shared<PyLogSink>(logger);
-        new (self) PyGenerator{std::make_unique<Generator>(std::move(root), std::move(data), sink), logger};
+        new (self)
+            PyGenerator{std::make_unique<Generator>(std::move(root), std::move(data), sink), logger, sink};
       },
       "ast"_a.none(), "data_dict"_a.none() = nb::none(), "logger"_a.none() = nb::none());
 
@@ -997,8 +1044,30 @@ void bind_build_state(nb::module_& m) {
   cls.def_rw("ub_row_idx", &ConstraintBuildState::ub_row_idx);
 }
 
+// An evaluator holds its generator, which may hold it back.
+int evaluator_traverse(PyObject* self, visitproc visit, void* arg) {
+  Py_VISIT(Py_TYPE(self));
+  if (!nb::inst_ready(self)) return 0;
+  Py_VISIT(nb::inst_ptr<PyEvaluator>(self)->parent.ptr());
+  return 0;
+}
+
+// The evaluator works on its generator's state: it goes with the reference.
+int evaluator_clear(PyObject* self) {
+  if (!nb::inst_ready(self)) return 0;
+  PyEvaluator* e = nb::inst_ptr<PyEvaluator>(self);
+  e->ev = nullptr;
+  e->owned.reset();
+  e->parent.reset();
+  return 0;
+}
+
+PyType_Slot evaluator_slots[] = {{Py_tp_traverse, reinterpret_cast<void*>(evaluator_traverse)},
+                                 {Py_tp_clear, reinterpret_cast<void*>(evaluator_clear)},
+                                 {0, nullptr}};
+
 void bind_evaluator(nb::module_& m) {
-  nb::class_<PyEvaluator> cls(m, "ExpressionEvaluator");
+  nb::class_<PyEvaluator> cls(m, "ExpressionEvaluator", nb::type_slots(evaluator_slots));
   def_deep(cls, "__init__", [](PyEvaluator* self, nb::object parent) {
     PyGenerator& owner = nb::cast<PyGenerator&>(parent);
     auto ev = std::make_unique<ExpressionEvaluator>(*owner.gen);
