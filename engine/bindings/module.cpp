@@ -19,6 +19,7 @@
 #include "bindings/deep_stack.hpp"
 #include "bindings/opl.hpp"
 #include "constraints/build_state.hpp"
+#include "data/index_text.hpp"
 #include "data/tuple_set_members.hpp"
 #include "evaluator/evaluator.hpp"
 #include "generator/generator.hpp"
@@ -143,6 +144,16 @@ class PyLogSink : public LogSink {
 template <typename Cls, typename F, typename... Extra>
 void def_deep(Cls& cls, const char* name, F f, const Extra&... extra) {
   cls.def(name, deep(std::move(f)), extra...);
+}
+
+// An ASCII Python identifier that is not a keyword.
+bool is_script_identifier(const std::string& name) {
+  if (name.empty() || (name[0] >= '0' && name[0] <= '9')) return false;
+  for (const char c : name) {
+    const bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+    if (!ok) return false;
+  }
+  return !is_python_keyword(name);
 }
 
 struct PyEvaluator;
@@ -592,10 +603,20 @@ void bind_generator(nb::module_& m) {
   });
   cls.def_prop_rw(
       "results_varname", [](PyGenerator& g) { return g.gen->results_varname; },
-      [](PyGenerator& g, const std::string& v) { g.gen->results_varname = std::move(v); });
+      [](PyGenerator& g, const std::string& v) {
+        // Written into the script as a name: it must be one.
+        if (!is_script_identifier(v)) {
+          raise(ErrorKind::kValue, "results_varname must be a Python identifier that is not a keyword, got " +
+                                       py_repr(Value::str(v)));
+        }
+        g.gen->results_varname = v;
+      });
   cls.def_prop_rw(
       "indent_level", [](PyGenerator& g) { return g.gen->indent_level; },
-      [](PyGenerator& g, std::int64_t v) { g.gen->indent_level = v; });
+      [](PyGenerator& g, std::int64_t v) {
+        if (v < 0) raise(ErrorKind::kValue, "indent_level must be 0 or more, got " + std::to_string(v));
+        g.gen->indent_level = v;
+      });
   cls.def_prop_rw(
       "_allow_symbolic_bool", [](PyGenerator& g) { return g.gen->allow_symbolic_bool; },
       [](PyGenerator& g, nb::handle v) { g.gen->allow_symbolic_bool = PyObject_IsTrue(v.ptr()) == 1; });

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "generator/comment_text.hpp"
 #include "model/error.hpp"
 
 namespace kolva {
@@ -119,9 +120,10 @@ std::string CodeLines::join() const {
   for (const std::string& text : plain_) total += text.size() + 1;
   std::string out;
   out.reserve(total);
-  for_each([&out](std::size_t index, std::string_view text) {
+  std::string scratch;
+  for_each([&](std::size_t index, std::string_view text) {
     if (index > 0) out.push_back('\n');
-    out += text;
+    out += safe_comment_line(text, scratch);
   });
   return out;
 }
@@ -129,7 +131,8 @@ std::string CodeLines::join() const {
 std::vector<std::string> CodeLines::to_vector() const {
   std::vector<std::string> out;
   out.reserve(size_);
-  for_each([&out](std::size_t, std::string_view text) { out.emplace_back(text); });
+  std::string scratch;
+  for_each([&](std::size_t, std::string_view text) { out.emplace_back(safe_comment_line(text, scratch)); });
   return out;
 }
 

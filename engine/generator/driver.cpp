@@ -58,7 +58,9 @@ void Generator::emit_script_header() {
   _add_code_line("results_container = {}");
   --indent_level;
   const Value sense = objective_node(*ast).as_map()->get("type", Value::str("minimize"));
-  _add_code_line("sense = '" + py_str(sense) + "'");
+  // As a Python literal: an objective type is text from the model. Any
+  // type other than "maximize" minimizes, in the script as in the problem.
+  _add_code_line("sense = " + py_repr(Value::str(py_str(sense))));
   _add_code_line("");
 }
 

@@ -1,0 +1,88 @@
+"""Text from the model never becomes code in the emitted script: names in
+comments are escaped, the objective type is a string literal, and the
+settings written into the script as names are checked."""
+
+import pytest
+from builders import dvar_indexed, range_dim
+from conftest import constraint, indexed, lit_index, maximize, model, name, num
+
+from kolva.scipy_codegen_csc import SciPyCSCCodeGenerator
+from kolva.solve import solve_problem
+
+BREAKS = {"\n": "\\n", "\r": "\\r", "\r\n": "\\r\\n", "\0": "\\x00", "\x0b": "\\x0b", "\x0c": "\\x0c",
+          "\x1c": "\\x1c", "\x1d": "\\x1d", "\x1e": "\\x1e", "\x85": "\\x85", "\u2028": "\\u2028",
+          "\u2029": "\\u2029"}
+
+
+def array_model(array):
+    return model([dvar_indexed(array, range_dim(1, 2))],
+                 maximize(indexed(array, lit_index(1))),
+                 [constraint("<=", indexed(array, lit_index(1)), num(3))])
+
+
+def run(code):
+    namespace = {}
+    exec(compile(code, "<script>", "exec"), namespace)
+    return namespace["results_container"]["scipy_output"]
+
+
+@pytest.mark.parametrize("brk", list(BREAKS))
+def test_a_name_with_a_line_break_stays_in_its_comment(brk, tmp_path):
+    marker = tmp_path / "ran"
+    array = f"y{brk}open({str(marker)!r}, 'w').close()"
+    code = SciPyCSCCodeGenerator(array_model(array), {}).generate_code()
+    assert f"# OPL: dvar float+ y{BREAKS[brk]}open(" in code
+    assert "\0" not in code and code.splitlines() == code.split("\n")
+    out = run(code)
+    assert not marker.exists()
+    problem = SciPyCSCCodeGenerator(array_model(array), {}).build_problem()
+    assert out["objective_value"] == solve_problem(problem).objective_value == 3.0
+
+
+def test_the_lines_as_a_list_are_escaped_the_same_way():
+    gen = SciPyCSCCodeGenerator(array_model("y\nimport os"), {})
+    code = gen.generate_code()
+    assert gen.scipy_code_lines == code.split("\n")
+
+
+def test_ordinary_comments_are_unchanged():
+    code = SciPyCSCCodeGenerator(array_model("y"), {}).generate_code()
+    assert "# OPL: dvar float+ y[range(1, 2 + 1)]" in code.split("\n")
+
+
+@pytest.mark.parametrize("sense", ["maximize'; import os; x = '", "minimise", "max\nimize"])
+def test_an_unknown_objective_type_is_a_literal_and_minimizes(sense):
+    tree = model([{"type": "dvar", "name": "x", "var_type": "float+"}], {"type": sense, "expression": name("x")},
+                 [constraint("<=", name("x"), num(3))])
+    code = SciPyCSCCodeGenerator(tree, {}).generate_code()
+    assert f"sense = {sense!r}" in code.split("\n")
+    out = run(code)
+    assert out["objective_value"] == solve_problem(SciPyCSCCodeGenerator(tree, {}).build_problem()).objective_value
+    assert out["objective_value"] == 0.0
+
+
+def test_the_documented_objective_types_are_written_as_before():
+    for sense in ("minimize", "maximize"):
+        tree = model([{"type": "dvar", "name": "x", "var_type": "float+"}], {"type": sense, "expression": name("x")})
+        assert f"sense = '{sense}'" in SciPyCSCCodeGenerator(tree, {}).generate_code().split("\n")
+
+
+@pytest.mark.parametrize("bad", ["", "1st", "a b", "x\nimport os", "class", "None", "r;", "é"])
+def test_the_results_name_must_be_an_identifier(bad):
+    gen = SciPyCSCCodeGenerator(array_model("y"), {})
+    with pytest.raises(ValueError, match="^results_varname must be a Python identifier that is not a keyword, got "):
+        gen.results_varname = bad
+    assert gen.results_varname == "results"
+
+
+def test_a_valid_results_name_is_used():
+    gen = SciPyCSCCodeGenerator(array_model("y"), {})
+    gen.results_varname = "outcome_2"
+    assert run(gen.generate_code())["objective_value"] == 3.0
+
+
+def test_a_negative_indent_is_refused():
+    gen = SciPyCSCCodeGenerator(array_model("y"), {})
+    with pytest.raises(ValueError, match="^indent_level must be 0 or more, got -1$"):
+        gen.indent_level = -1
+    assert gen.indent_level == 0
