@@ -13,6 +13,7 @@
 #include <limits>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <typeinfo>
 
 #include "bindings/convert.hpp"
@@ -139,11 +140,62 @@ class PyLogSink : public LogSink {
   nb::object logger_;
 };
 
-// Binds `f` as method `name`, run on the deep stack: every method may walk a
-// model tree as deep as the nesting limit allows.
+struct PyEvaluator;
+struct PyGenerator;
+bool& running_flag(PyGenerator& g);
+bool& running_flag(PyEvaluator& e);
+
+// Marks a generator as inside a call for the call's length. A call that
+// arrives while it is (a logging handler calling back into the generator
+// that is logging) is refused: the generator may be halfway through
+// rewriting a node of its tree in place.
+class RunningCall {
+ public:
+  explicit RunningCall(bool& running) : running_(running) {
+    if (running_) {
+      raise(ErrorKind::kValue,
+            "this SciPyCSCCodeGenerator is in the middle of a call and cannot take another one until it "
+            "returns "
+            "(a logging handler may not call back into the generator that is logging)");
+    }
+    running_ = true;
+  }
+  RunningCall(const RunningCall&) = delete;
+  RunningCall& operator=(const RunningCall&) = delete;
+  ~RunningCall() { running_ = false; }
+
+ private:
+  bool& running_;
+};
+
+template <typename T>
+constexpr bool kIsEngineObject = std::is_same_v<std::remove_cvref_t<T>, PyGenerator> ||
+                                 std::is_same_v<std::remove_cvref_t<T>, PyEvaluator>;
+
+// `f` refusing to run while its generator (the first argument, or the
+// evaluator's generator) is inside another call; static functions as they are.
+template <typename F, typename R, typename C>
+F one_call_at_a_time(F f, R (C::*)() const) {
+  return f;
+}
+
+template <typename F, typename R, typename C, typename First, typename... Rest>
+auto one_call_at_a_time(F f, R (C::*)(First, Rest...) const) {
+  return [f = std::move(f)](First first, Rest... rest) -> R {
+    if constexpr (kIsEngineObject<First>) {
+      const RunningCall call(running_flag(first));
+      return f(std::forward<First>(first), std::forward<Rest>(rest)...);
+    } else {
+      return f(std::forward<First>(first), std::forward<Rest>(rest)...);
+    }
+  };
+}
+
+// Binds `f` as method `name`, run on the deep stack (every method may walk a
+// model tree as deep as the nesting limit allows) and one call at a time.
 template <typename Cls, typename F, typename... Extra>
 void def_deep(Cls& cls, const char* name, F f, const Extra&... extra) {
-  cls.def(name, deep(std::move(f)), extra...);
+  cls.def(name, deep(one_call_at_a_time(std::move(f), &F::operator())), extra...);
 }
 
 // An ASCII Python identifier that is not a keyword.
@@ -155,8 +207,6 @@ bool is_script_identifier(const std::string& name) {
   }
   return !is_python_keyword(name);
 }
-
-struct PyEvaluator;
 
 struct PyGenerator {
   std::unique_ptr<Generator> gen;
@@ -188,7 +238,10 @@ struct PyGenerator {
     return core();
   }
   bool built = false;
+  bool running = false;  // inside a call (RunningCall)
 };
+
+bool& running_flag(PyGenerator& g) { return g.running; }
 
 struct PyEvaluator {
   nb::object parent;
@@ -757,21 +810,22 @@ void bind_generator(nb::module_& m) {
         return g.core()._format_varname(base, to_value_list(indices, "indices"), is_tuple_indexed);
       },
       "base"_a, "indices"_a, "is_tuple_indexed"_a = false);
-  def_deep(
-      cls, "_multi_indexed_var_name",
-      [](PyGenerator& g, nb::handle expr, nb::handle env, nb::handle eval_index_expr) {
-        Generator& gen = g.core();
-        const Value node = ToValue()(expr);
-        if (!node.is_map()) raise(ErrorKind::kType, "expr must be a dict");
-        if (eval_index_expr.is_none()) return gen._multi_indexed_var_name(node, to_env(env), nullptr);
-        const IndexEvaluator callback = [eval_index_expr](const Value& dim, const Map& scope) {
-          ToPython py;
-          return ToValue()(
-              nb::borrow(eval_index_expr)(py(dim), py(Value::map(std::make_shared<Map>(scope)))));
-        };
-        return gen._multi_indexed_var_name(node, to_env(env), &callback);
-      },
-      "expr"_a.none(), "env"_a.none(), "eval_index_expr"_a.none() = nb::none());
+  // Takes a Python index evaluator, which may call the generator back (its
+  // own _eval_index_expr, say) at a point where nothing is half-changed.
+  cls.def("_multi_indexed_var_name",
+          deep([](PyGenerator& g, nb::handle expr, nb::handle env, nb::handle eval_index_expr) {
+            Generator& gen = g.core();
+            const Value node = ToValue()(expr);
+            if (!node.is_map()) raise(ErrorKind::kType, "expr must be a dict");
+            if (eval_index_expr.is_none()) return gen._multi_indexed_var_name(node, to_env(env), nullptr);
+            const IndexEvaluator callback = [eval_index_expr](const Value& dim, const Map& scope) {
+              ToPython py;
+              return ToValue()(
+                  nb::borrow(eval_index_expr)(py(dim), py(Value::map(std::make_shared<Map>(scope)))));
+            };
+            return gen._multi_indexed_var_name(node, to_env(env), &callback);
+          }),
+          "expr"_a.none(), "env"_a.none(), "eval_index_expr"_a.none() = nb::none());
   def_deep(
       cls, "_add_variable",
       [](PyGenerator& g, const std::string& base, nb::handle lower, nb::handle upper) {
@@ -1063,6 +1117,14 @@ void bind_build_state(nb::module_& m) {
   cls.def_rw("b_ub", &ConstraintBuildState::b_ub);
   cls.def_rw("eq_row_idx", &ConstraintBuildState::eq_row_idx);
   cls.def_rw("ub_row_idx", &ConstraintBuildState::ub_row_idx);
+}
+
+bool& running_flag(PyEvaluator& e) {
+  if (!e.parent.is_valid()) {
+    raise(ErrorKind::kValue,
+          "this ExpressionEvaluator was cleared with its generator by the garbage collector");
+  }
+  return nb::cast<PyGenerator&>(e.parent).running;
 }
 
 // An evaluator holds its generator, which may hold it back.
