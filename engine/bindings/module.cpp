@@ -538,6 +538,47 @@ void bind_logic_helpers(nb::class_<PyGenerator>& cls) {
   cls.def_prop_ro("_impl_counter", [](PyGenerator& g) { return g.gen->impl_counter.value_or(0); });
 }
 
+// A dense row over the generator's columns from a {name: coefficient} map;
+// names that are not variables are skipped. A column past the end (names
+// recorded by a build step that then failed) is an IndexError.
+std::vector<double> dense_row_of(const Generator& gen, const Value& coefs) {
+  if (!coefs.is_map()) raise(ErrorKind::kType, "the coefficients must be a dict");
+  std::vector<double> row(gen.var_names.size(), 0.0);
+  for (const Map::Item& item : coefs.as_map()->items()) {
+    if (!item.first.is_str()) continue;
+    const std::optional<std::int64_t> column = gen.var_indices.find(item.first.as_str());
+    if (!column.has_value()) continue;
+    if (*column < 0 || static_cast<std::size_t>(*column) >= row.size()) {
+      raise(ErrorKind::kIndex, "variable " + py_repr(item.first) + " has column " + std::to_string(*column) +
+                                   " but there are " + std::to_string(row.size()) + " columns");
+    }
+    row[static_cast<std::size_t>(*column)] += py_float(item.second);
+  }
+  return row;
+}
+
+// The triplets of a build state as the generator will read them: equally
+// many rows, columns and values, each row one of the right-hand sides and
+// each column one of the generator's.
+void check_triplets(const std::vector<std::int64_t>& rows, const std::vector<std::int64_t>& cols,
+                    const std::vector<double>& data, const std::vector<double>& rhs, std::size_t n_cols,
+                    const std::string& what) {
+  if (rows.size() != cols.size() || rows.size() != data.size()) {
+    raise(ErrorKind::kValue,
+          what + "_rows, " + what + "_cols and " + what + "_data must have the same length");
+  }
+  for (std::size_t k = 0; k < rows.size(); ++k) {
+    if (rows[k] < 0 || static_cast<std::size_t>(rows[k]) >= rhs.size()) {
+      raise(ErrorKind::kIndex, what + "_rows[" + std::to_string(k) + "] is " + std::to_string(rows[k]) +
+                                   ", not a row of the " + std::to_string(rhs.size()) + " right-hand sides");
+    }
+    if (cols[k] < 0 || static_cast<std::size_t>(cols[k]) >= n_cols) {
+      raise(ErrorKind::kIndex, what + "_cols[" + std::to_string(k) + "] is " + std::to_string(cols[k]) +
+                                   ", not one of the " + std::to_string(n_cols) + " columns");
+    }
+  }
+}
+
 // The instance dict of a type with dynamic attributes. Python subclasses
 // share it (same offset), so the base type's traverse and clear must see it.
 PyObject** instance_dict(PyObject* self) {
@@ -1036,16 +1077,7 @@ void bind_generator(nb::module_& m) {
       cls, "_make_constraint_row",
       [](PyGenerator& g, nb::handle coef_dict) {
         Generator& gen = g.core();
-        std::vector<double> row(gen.var_names.size(), 0.0);
-        const Value coefs = ToValue()(coef_dict);
-        for (const Map::Item& item : coefs.as_map()->items()) {
-          if (!item.first.is_str()) continue;
-          if (const std::optional<std::int64_t> it = gen.var_indices.find(item.first.as_str());
-              it.has_value()) {
-            row[static_cast<std::size_t>(*it)] += py_float(item.second);
-          }
-        }
-        return row;
+        return dense_row_of(gen, ToValue()(coef_dict));
       },
       "coef_dict"_a);
   def_deep(
@@ -1066,7 +1098,14 @@ void bind_generator(nb::module_& m) {
       "coef_dict"_a, "vector"_a, "op"_a.none() = nb::none());
   def_deep(
       cls, "_finalize_constraint_state",
-      [](PyGenerator& g, const ConstraintBuildState& state) { g.core()._finalize_constraint_state(state); },
+      [](PyGenerator& g, const ConstraintBuildState& state) {
+        Generator& gen = g.core();
+        check_triplets(state.A_eq_rows, state.A_eq_cols, state.A_eq_data, state.b_eq, gen.var_names.size(),
+                       "A_eq");
+        check_triplets(state.A_ub_rows, state.A_ub_cols, state.A_ub_data, state.b_ub, gen.var_names.size(),
+                       "A_ub");
+        gen._finalize_constraint_state(state);
+      },
       "state"_a);
   def_deep(
       cls, "_append_sparse_row",
@@ -1084,15 +1123,7 @@ void bind_generator(nb::module_& m) {
       [](PyGenerator& g, ConstraintBuildState& state, nb::handle coef_by_var, double rhs,
          const std::string& sense) {
         Generator& gen = g.core();
-        std::vector<double> row(gen.var_names.size(), 0.0);
-        const Value coefs_value = ToValue()(coef_by_var);
-        for (const Map::Item& item : coefs_value.as_map()->items()) {
-          if (!item.first.is_str()) continue;
-          if (const std::optional<std::int64_t> it = gen.var_indices.find(item.first.as_str());
-              it.has_value()) {
-            row[static_cast<std::size_t>(*it)] += py_float(item.second);
-          }
-        }
+        const std::vector<double> row = dense_row_of(gen, ToValue()(coef_by_var));
         std::vector<std::pair<std::int64_t, double>> entries;
         for (std::size_t col = 0; col < row.size(); ++col)
           entries.emplace_back(static_cast<std::int64_t>(col), row[col]);
