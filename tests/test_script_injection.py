@@ -4,9 +4,10 @@ settings written into the script as names are checked."""
 
 import pytest
 from builders import dvar_indexed, range_dim
-from conftest import constraint, indexed, lit_index, maximize, model, name, num
+from conftest import binop, constraint, indexed, lit_index, maximize, model, name, num
 
 from kolva.scipy_codegen_csc import SciPyCSCCodeGenerator
+from kolva.semantic_error import SemanticError
 from kolva.solve import solve_problem
 
 BREAKS = {"\n": "\\n", "\r": "\\r", "\r\n": "\\r\\n", "\0": "\\x00", "\x0b": "\\x0b", "\x0c": "\\x0c",
@@ -86,3 +87,82 @@ def test_a_negative_indent_is_refused():
     with pytest.raises(ValueError, match="^indent_level must be 0 or more, got -1$"):
         gen.indent_level = -1
     assert gen.indent_level == 0
+
+
+# ---------------------------------------------------------------- non-finite numbers and non-numeric bounds
+
+NON_FINITE = [float("nan"), float("inf"), float("-inf")]
+
+
+def p_model(where):
+    """x, y >= 0 with the parameter p in one place: a coefficient or the
+    constant side of a row, or the objective."""
+    decls = [{"type": "parameter_external", "name": "p"}, dvar_x(), {"type": "dvar", "name": "y", "var_type": "float+"}]
+    px = binop("*", name("p"), name("x"))
+    rows = [constraint("<=", name("x"), num(3)), constraint("<=", name("y"), num(3))]
+    objective = binop("+", name("x"), name("y"))
+    if where == "coefficient":
+        rows.append(constraint("<=", binop("+", px, name("y")), num(5)))
+    elif where == "constant":
+        rows.append(constraint("<=", name("y"), name("p")))
+    elif where == "objective coefficient":
+        objective = binop("+", px, name("y"))
+    else:
+        objective = binop("+", name("x"), name("p"))
+    return model(decls, maximize(objective), rows)
+
+
+def dvar_x():
+    return {"type": "dvar", "name": "x", "var_type": "float+"}
+
+
+MESSAGES = {
+    "coefficient": r"^The coefficient of 'x' in a constraint is {v}; coefficients must be finite numbers\.$",
+    "constant": r"^The constant side of a constraint is {v}; constraints must have finite numbers on both sides\.$",
+    "objective coefficient": r"^The objective's coefficient of 'x' is {v}; coefficients must be finite numbers\.$",
+    "objective constant": r"^The objective's constant is {v}; it must be a finite number\.$",
+}
+
+
+@pytest.mark.parametrize("where", list(MESSAGES))
+@pytest.mark.parametrize("value", NON_FINITE, ids=["nan", "inf", "-inf"])
+def test_non_finite_numbers_in_the_program_are_model_errors(where, value):
+    for build in ("build_problem", "generate_code"):
+        with pytest.raises(SemanticError) as err:
+            getattr(SciPyCSCCodeGenerator(p_model(where), {"p": value}), build)()
+        assert err.match(MESSAGES[where].format(v=repr(value)))
+
+
+def test_non_finite_data_that_no_coefficient_uses_gives_a_script_that_runs():
+    tree = p_model("constant")
+    tree["constraints"][-1] = constraint("<=", name("y"), num(2))
+    data = {"p": float("nan"), "q": [float("inf"), float("-inf")]}
+    code = SciPyCSCCodeGenerator(tree, data).generate_code()
+    assert run(code)["objective_value"] == 5.0
+    assert solve_problem(SciPyCSCCodeGenerator(tree, data).build_problem()).objective_value == 5.0
+
+
+def bounded_model(lower):
+    return model([{"type": "parameter_external", "name": "p"},
+                  {**dvar_indexed("y", range_dim(1, 2)), "var_type": "float", "lower_bound": lower,
+                   "upper_bound": num(4)}],
+                 maximize(indexed("y", lit_index(1))))
+
+
+def test_an_infinite_bound_is_no_bound_in_the_script_as_in_the_problem():
+    data = {"p": float("-inf")}
+    code = SciPyCSCCodeGenerator(bounded_model(name("p")), data).generate_code()
+    assert "bounds = [[-float('inf'), 4.0], [-float('inf'), 4.0]]" in code.split("\n")
+    assert run(code)["objective_value"] == 4.0
+    problem = SciPyCSCCodeGenerator(bounded_model(name("p")), data).build_problem()
+    assert solve_problem(problem).objective_value == 4.0
+
+
+@pytest.mark.parametrize("lower,shown", [(name("p"), "nan"), ("__import__('os').system('true')",
+                                                             "\"__import__('os').system('true')\""),
+                                         ([1], "[1]")])
+def test_a_bound_that_is_not_a_number_is_a_model_error(lower, shown):
+    for build in ("build_problem", "generate_code"):
+        with pytest.raises(SemanticError) as err:
+            getattr(SciPyCSCCodeGenerator(bounded_model(lower), {"p": float("nan")}), build)()
+        assert str(err.value) == f"A bound of variable 'y_1' is {shown}; bounds must be numbers or None."

@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "generator/finite_numbers.hpp"
 #include "generator/list_text.hpp"
 #include "model/py_format.hpp"
 #include "model/repr.hpp"
@@ -103,6 +104,7 @@ void ConstraintBuilder::store(RowSystem& system, const std::vector<std::pair<std
   if (!entries.empty() && std::cmp_greater_equal(entries.back().first, gen.var_names.size())) {
     raise(ErrorKind::kIndex, "list assignment index out of range");
   }
+  require_finite_row(gen, entries, rhs);
   system.append(entries, rhs);
 }
 

@@ -2,6 +2,7 @@
 // and the constant obj_const_offset (in the model's own sense).
 #include <string>
 
+#include "generator/finite_numbers.hpp"
 #include "generator/generator.hpp"
 #include "generator/list_text.hpp"
 #include "model/py_format.hpp"
@@ -51,6 +52,12 @@ void Generator::_build_objective() {
   obj_const_offset = Value::real(0.0);
   try {
     _accumulate_objective(expression, vec);
+  } catch (Error& e) {
+    note_origin(e, objective);
+    throw;
+  }
+  try {
+    require_finite_objective(*this, vec, py_float(obj_const_offset));
   } catch (Error& e) {
     note_origin(e, objective);
     throw;

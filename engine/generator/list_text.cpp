@@ -1,5 +1,7 @@
 #include "generator/list_text.hpp"
 
+#include <cmath>
+
 #include "generator/generator.hpp"
 #include "model/py_format.hpp"
 #include "model/repr.hpp"
@@ -20,14 +22,25 @@ std::string list_text(std::span<const T> items, Append append) {
   return out;
 }
 
+// A bound as str() prints it, except an infinite one, which str() prints as
+// a bare name the script does not know: it is written as float('inf').
+void append_bound(std::string& out, const BoundValue& bound) {
+  const Value v = bound.value();
+  if (v.is_float() && std::isinf(v.as_float())) {
+    out += v.as_float() > 0 ? "float('inf')" : "-float('inf')";
+    return;
+  }
+  append_str(out, v);
+}
+
 }  // namespace
 
 std::string bounds_text(std::span<const BoundPair> bounds) {
   return list_text(bounds, [](std::string& out, const BoundPair& pair) {
     out += '[';
-    append_str(out, pair.lower);
+    append_bound(out, pair.lower);
     out += ", ";
-    append_str(out, pair.upper);
+    append_bound(out, pair.upper);
     out += ']';
   });
 }
@@ -35,9 +48,9 @@ std::string bounds_text(std::span<const BoundPair> bounds) {
 std::string tuple_bounds_text(std::span<const BoundPair> bounds) {
   return list_text(bounds, [](std::string& out, const BoundPair& pair) {
     out += '(';
-    append_str(out, pair.lower);
+    append_bound(out, pair.lower);
     out += ", ";
-    append_str(out, pair.upper);
+    append_bound(out, pair.upper);
     out += ')';
   });
 }

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "expansion/product.hpp"
+#include "generator/finite_numbers.hpp"
 #include "generator/generator.hpp"
 #include "generator/list_text.hpp"
 #include "model/growth.hpp"
@@ -107,6 +108,7 @@ void Generator::_build_variables() {
     }
   }
   _tighten_bounds_from_constraints(new_bounds, ast->get("constraints", empty_list()));
+  require_numeric_bounds(names, new_bounds);
   // Alias blocks of an earlier build print from the names they were made
   // with; they become plain lines before those names are replaced.
   scipy_code_lines.materialize(CodeLines::Source::kVarNames);
