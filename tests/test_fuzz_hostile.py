@@ -22,7 +22,7 @@ Classes of input that break a property today are kept out of the default
 strategies, each under the defect it shows (PENDING below). Name them in
 KOLVA_FUZZ_PENDING (comma-separated, or `all`) to put them back:
 
-    KOLVA_FUZZ_PENDING=script_names,deep_data python -m pytest tests/test_fuzz_hostile.py
+    KOLVA_FUZZ_PENDING=deep_data python -m pytest tests/test_fuzz_hostile.py
 """
 
 from __future__ import annotations
@@ -107,11 +107,6 @@ PENDING = {
     # by that member reads the declaration instead of the member, so the
     # model fails with "not found" or, seen once, gets a coefficient of 0.
     "members_named_like_declarations": "set members spelled like declared names",
-    # A declared name or data key that is a name the script itself reads
-    # (SHADOWING) is written as an assignment to that name: the script then
-    # fails (`linprog`, `time`, `print`, ...) or reports the wrong optimum
-    # (`sense`).
-    "script_names": "names that shadow the script's own names",
     # Data nested deeper than Python's parser allows (about 200 brackets) is
     # written into the script as one literal that no longer compiles.
     "deep_data": "deeply nested data values give a script that does not compile",
@@ -136,7 +131,8 @@ SCRIPT_NAMES = [
     "solution", "stats", "name", "i", "e", "print", "len", "sum", "abs", "range", "getattr", "Exception",
     "__builtins__", "__name__", "globals", "import", "lambda", "None", "True", "def", "class", "if", "not",
 ]
-# Those of SCRIPT_NAMES that break the script today (PENDING["script_names"]).
+# Those of SCRIPT_NAMES that the script reads after its data lines: data so
+# named is refused (SemanticError) rather than written over them.
 SHADOWING = ["time", "linprog", "results_container", "sense", "print", "len", "sum", "abs", "getattr", "globals"]
 
 
@@ -164,8 +160,8 @@ def names():
     parts.append((4, st.builds(lambda a, br, b: a + br + b, plain_names, st.sampled_from(LINE_BREAKS),
                                st.sampled_from(["import os", "x = 1", "raise SystemExit", "", "#"]))))
     parts.append((4, st.builds(lambda a, b: a + "\0" + b, plain_names, st.sampled_from(["", "x", "\0"]))))
-    if pending("script_names"):
-        parts.append((4, st.sampled_from(SHADOWING)))
+    # Names the script itself reads: a data item so named is a SemanticError.
+    parts.append((4, st.sampled_from(SHADOWING)))
     return weighted(*parts)
 
 
@@ -340,9 +336,8 @@ def models(draw, name_strategy=None, number_strategy=None):
 
 def extra_data():
     """Data the model does not use: hostile keys and values, which still reach the script."""
-    keys = [plain_names, hostile_text, st.sampled_from([s for s in SCRIPT_NAMES if s not in SHADOWING])]
-    if pending("script_names"):
-        keys.append(st.sampled_from(SHADOWING))
+    keys = [plain_names, hostile_text, st.sampled_from([s for s in SCRIPT_NAMES if s not in SHADOWING]),
+            st.sampled_from(SHADOWING)]
     leaves = st.one_of(numbers(), hostile_text, st.none(), st.booleans())
     values = st.recursive(leaves, lambda inner: st.one_of(
         st.lists(inner, max_size=3), st.tuples(inner, inner), st.dictionaries(st.one_of(plain_names, st.integers(0, 9)),

@@ -166,3 +166,38 @@ def test_a_bound_that_is_not_a_number_is_a_model_error(lower, shown):
         with pytest.raises(SemanticError) as err:
             getattr(SciPyCSCCodeGenerator(bounded_model(lower), {"p": float("nan")}), build)()
         assert str(err.value) == f"A bound of variable 'y_1' is {shown}; bounds must be numbers or None."
+
+
+# ---------------------------------------------------------------- data named like the script's own names
+
+READ_BY_THE_SCRIPT = ["Exception", "NameError", "abs", "csr_matrix", "enumerate", "float", "getattr", "globals",
+                      "len", "linprog", "np", "print", "range", "results_container", "sense", "str", "sum", "time",
+                      "tuple"]
+
+
+@pytest.mark.parametrize("key", READ_BY_THE_SCRIPT)
+def test_data_named_like_what_the_script_reads_is_refused(key):
+    tree = array_model("y")
+    for build in ("build_problem", "generate_code"):
+        with pytest.raises(SemanticError) as err:
+            getattr(SciPyCSCCodeGenerator(tree, {key: 1}), build)()
+        assert str(err.value) == f"Data item {key!r} has a name the emitted script itself uses; give it another name."
+
+
+@pytest.mark.parametrize("key", ["c", "bounds", "var_names", "res", "results", "b_ub", "A_ub_rows", "status_map"])
+def test_data_named_like_what_the_script_assigns_later_is_kept(key):
+    # The script assigns these after its data lines, before reading them.
+    code = SciPyCSCCodeGenerator(array_model("y"), {key: [1, 2]}).generate_code()
+    assert run(code)["objective_value"] == 3.0
+
+
+def test_the_opl_front_end_renames_such_data_instead(tmp_path):
+    from kolva import opl
+
+    (tmp_path / "m.mod").write_text("float time = ...;\nfloat print = ...;\nfloat sense = ...;\ndvar float+ x;\n"
+                                    "minimize -x;\nsubject to { x <= time + print + sense; }\n")
+    (tmp_path / "m.dat").write_text("time = 2; print = 1; sense = 4;\n")
+    tree, data = opl.load(tmp_path / "m.mod", tmp_path / "m.dat")
+    assert {"time_", "print_", "sense_"} <= set(data)
+    code = SciPyCSCCodeGenerator(tree, data).generate_code()
+    assert run(code)["objective_value"] == -7.0

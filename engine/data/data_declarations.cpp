@@ -5,6 +5,7 @@
 
 #include "data/set_members.hpp"
 #include "generator/generator.hpp"
+#include "generator/script_names.hpp"
 #include "model/int_range.hpp"
 #include "model/py_literal.hpp"
 #include "model/repr.hpp"
@@ -224,7 +225,24 @@ void Generator::normalise_two_dimensional(const std::string& name, const ValueVe
   data_dict->set(name, Value::map(normalised));
 }
 
+namespace {
+
+// Each data item becomes the line `name = value` of the script: a name the
+// script itself reads afterwards (an import, `sense`, a builtin it calls)
+// would change what the script does, so it is refused before any work.
+void refuse_names_the_script_reads(const Map& data) {
+  for (const Map::Item& item : data.items()) {
+    if (item.first.is_str() && script_reads_name(item.first.as_str())) {
+      raise_semantic("Data item " + py_repr(item.first) +
+                     " has a name the emitted script itself uses; give it another name.");
+    }
+  }
+}
+
+}  // namespace
+
 void Generator::_generate_data_declarations(const MapPtr& data) {
+  refuse_names_the_script_reads(*data);
   const std::vector<std::pair<std::string, MapPtr>> params = _get_param_decl_map();
   // One-dimensional parameters hold one number per key.
   for (const auto& [name, decl] : params) {

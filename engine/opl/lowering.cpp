@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "data/index_text.hpp"
+#include "generator/script_names.hpp"
 #include "model/map.hpp"
 #include "opl/lower_nodes.hpp"
 
@@ -1420,8 +1421,9 @@ std::string range_bound_name(const std::string& range, int which) {
 }
 
 std::string script_data_name(const std::string& name, const SymbolTable& symbols) {
-  // Besides Python's keywords: the builtins a script may call, and the
-  // emitted script's own names.
+  // Besides Python's keywords and the names the generator refuses for data
+  // (script_reads_name): more builtins a script may call, and every name
+  // the emitted script assigns.
   static const std::set<std::string> kTaken = {"abs",
                                                "all",
                                                "any",
@@ -1481,7 +1483,9 @@ std::string script_data_name(const std::string& name, const SymbolTable& symbols
                                                "objective_value",
                                                "solution",
                                                "stats"};
-  const auto taken = [&](const std::string& n) { return kTaken.count(n) > 0 || is_python_keyword(n); };
+  const auto taken = [&](const std::string& n) {
+    return kTaken.count(n) > 0 || script_reads_name(n) || is_python_keyword(n);
+  };
   std::string out = name;
   while (taken(out) || (out != name && symbols.find(out) != nullptr)) out += "_";
   return out;
