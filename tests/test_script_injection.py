@@ -201,3 +201,24 @@ def test_the_opl_front_end_renames_such_data_instead(tmp_path):
     assert {"time_", "print_", "sense_"} <= set(data)
     code = SciPyCSCCodeGenerator(tree, data).generate_code()
     assert run(code)["objective_value"] == -7.0
+
+
+def nested(depth):
+    v = 1
+    for _ in range(depth):
+        v = [v]
+    return v
+
+
+def test_data_nested_within_a_line_of_the_script_is_written():
+    code = SciPyCSCCodeGenerator(array_model("y"), {"deep": nested(100)}).generate_code()
+    assert run(code)["objective_value"] == 3.0
+
+
+@pytest.mark.parametrize("depth", [101, 300, 5000])
+def test_data_nested_deeper_than_a_line_can_hold_is_refused(depth):
+    for build in ("build_problem", "generate_code"):
+        with pytest.raises(SemanticError) as err:
+            getattr(SciPyCSCCodeGenerator(array_model("y"), {"deep": nested(depth)}), build)()
+        assert str(err.value) == ("Data item 'deep' nests deeper than 100 levels of lists, tuples and dicts, more "
+                                  "than one line of the script can hold.")

@@ -239,10 +239,43 @@ void refuse_names_the_script_reads(const Map& data) {
   }
 }
 
+// Python's parser takes about 200 nested brackets in one expression; data
+// lines stay well within that.
+constexpr int kMaxLiteralNesting = 100;
+
+// Whether `v`, written as a literal, nests brackets deeper than `limit`.
+bool nests_deeper_than(const Value& v, int limit) {
+  if (!v.is_sequence() && !v.is_map()) return false;
+  if (limit == 0) return true;
+  if (v.is_map()) {
+    for (const Map::Item& item : v.as_map()->items()) {
+      if (nests_deeper_than(item.first, limit - 1) || nests_deeper_than(item.second, limit - 1)) return true;
+    }
+    return false;
+  }
+  for (const Value& member : v.items()) {
+    if (nests_deeper_than(member, limit - 1)) return true;
+  }
+  return false;
+}
+
+// A data item is one line of the script: one that Python could not parse is
+// refused before any work.
+void refuse_data_too_deep_for_a_line(const Map& data) {
+  for (const Map::Item& item : data.items()) {
+    if (nests_deeper_than(item.second, kMaxLiteralNesting)) {
+      raise_semantic("Data item " + py_repr(item.first) + " nests deeper than " +
+                     std::to_string(kMaxLiteralNesting) +
+                     " levels of lists, tuples and dicts, more than one line " + "of the script can hold.");
+    }
+  }
+}
+
 }  // namespace
 
 void Generator::_generate_data_declarations(const MapPtr& data) {
   refuse_names_the_script_reads(*data);
+  refuse_data_too_deep_for_a_line(*data);
   const std::vector<std::pair<std::string, MapPtr>> params = _get_param_decl_map();
   // One-dimensional parameters hold one number per key.
   for (const auto& [name, decl] : params) {
