@@ -297,3 +297,32 @@ def test_many_small_arrays_keep_their_columns_in_order():
     decls = [dvar_indexed(f"y{i}", range_dim(1, 2)) for i in range(n)]
     problem = SciPyCSCCodeGenerator(model(decls, minimize(num(0))), {}).build_problem()
     assert problem.var_names == [f"y{i}_{k}" for i in range(n) for k in (1, 2)]
+
+
+def test_opl_reading_runs_on_a_stack_of_its_own():
+    from kolva import opl
+
+    # 900 nested parentheses: deep for the parser, within its limit.
+    source = "dvar float+ x;\nmaximize x;\nsubject to { " + "(" * 900 + "x" + ")" * 900 + " <= 4; }\n"
+    out = run_in_thread(1 << 20, lambda: opl.parse_model(source))
+    assert "error" not in out, out.get("error")
+    problem = SciPyCSCCodeGenerator(out["value"], {}).build_problem()
+    assert solve_problem(problem).objective_value == 4.0
+
+
+def test_ctrl_c_stops_reading_a_large_data_file(tmp_path):
+    from kolva import opl
+
+    model = tmp_path / "m.mod"
+    model.write_text("{int} S = ...;\nfloat p[S] = ...;\ndvar float+ x;\nmaximize x;\nsubject to { x <= 1; }\n")
+    data = tmp_path / "m.dat"
+    n = 3_000_000
+    with data.open("w") as f:
+        f.write("S = {" + " ".join(map(str, range(n))) + "};\n")
+        f.write("p = [" + " ".join(["1.5"] * n) + "];\n")
+    start = time.monotonic()
+    with pytest.raises(KeyboardInterrupt), signal_after(0.2):
+        opl.load(model, data)
+    # Reading and checking six million numbers takes seconds; stopping at
+    # the signal takes well under one.
+    assert time.monotonic() - start < 10

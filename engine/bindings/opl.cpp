@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "bindings/convert.hpp"
+#include "bindings/deep_stack.hpp"
 #include "bindings/opl.hpp"
 #include "model/map.hpp"
 #include "opl/dat_reader.hpp"
@@ -113,38 +114,34 @@ opl::DataShape test_shape(const nb::dict& desc, const std::string& name, std::de
 
 void bind_opl(nb::module_& m) {
   nb::register_exception_translator(translate_opl_error);
-  m.def(
-      "_opl_parse_model",
-      [](const std::string& text, const std::string& filename) {
-        opl::SourceSet sources;
-        opl::ModelResult r = opl::parse_model(sources, opl::SourceInput{filename, text});
-        return nb::make_tuple(ToPython()(r.tree), warning_texts(r.warnings));
-      },
-      "text"_a, "filename"_a);
-  m.def(
-      "_opl_parse_data",
-      [](const std::string& text, const std::string& filename, const std::optional<std::string>& model_text,
-         const std::string& model_filename) {
-        opl::SourceSet sources;
-        std::optional<opl::SourceInput> model;
-        if (model_text) model = opl::SourceInput{model_filename, *model_text};
-        Value data = opl::parse_data(sources, opl::SourceInput{filename, text}, model ? &*model : nullptr);
-        return ToPython()(data);
-      },
-      "text"_a, "filename"_a, "model_text"_a.none(), "model_filename"_a);
-  m.def(
-      "_opl_load",
-      [](const std::string& model_name, const std::string& model_text,
-         const std::vector<std::pair<std::string, std::string>>& data_files) {
-        opl::SourceSet sources;
-        std::vector<opl::SourceInput> data;
-        data.reserve(data_files.size());
-        for (const auto& [name, text] : data_files) data.push_back(opl::SourceInput{name, text});
-        opl::LoadResult r = opl::load(sources, opl::SourceInput{model_name, model_text}, data);
-        ToPython to_python;
-        return nb::make_tuple(to_python(r.tree), to_python(r.data), warning_texts(r.warnings));
-      },
-      "model_name"_a, "model_text"_a, "data_files"_a);
+  m.def("_opl_parse_model", deep([](const std::string& text, const std::string& filename) {
+          opl::SourceSet sources;
+          opl::ModelResult r = opl::parse_model(sources, opl::SourceInput{filename, text});
+          return nb::make_tuple(ToPython()(r.tree), warning_texts(r.warnings));
+        }),
+        "text"_a, "filename"_a);
+  m.def("_opl_parse_data",
+        deep([](const std::string& text, const std::string& filename,
+                const std::optional<std::string>& model_text, const std::string& model_filename) {
+          opl::SourceSet sources;
+          std::optional<opl::SourceInput> model;
+          if (model_text) model = opl::SourceInput{model_filename, *model_text};
+          Value data = opl::parse_data(sources, opl::SourceInput{filename, text}, model ? &*model : nullptr);
+          return ToPython()(data);
+        }),
+        "text"_a, "filename"_a, "model_text"_a.none(), "model_filename"_a);
+  m.def("_opl_load",
+        deep([](const std::string& model_name, const std::string& model_text,
+                const std::vector<std::pair<std::string, std::string>>& data_files) {
+          opl::SourceSet sources;
+          std::vector<opl::SourceInput> data;
+          data.reserve(data_files.size());
+          for (const auto& [name, text] : data_files) data.push_back(opl::SourceInput{name, text});
+          opl::LoadResult r = opl::load(sources, opl::SourceInput{model_name, model_text}, data);
+          ToPython to_python;
+          return nb::make_tuple(to_python(r.tree), to_python(r.data), warning_texts(r.warnings));
+        }),
+        "model_name"_a, "model_text"_a, "data_files"_a);
   m.def(
       "_opl_shape_for_test",
       [](const std::string& text, const std::string& filename, const std::string& item_name,

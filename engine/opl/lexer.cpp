@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <utility>
 
+#include "model/interrupt.hpp"
+
 namespace kolva::opl {
 
 namespace {
@@ -87,6 +89,7 @@ void Lexer::skip_space_and_comments() {
 }
 
 Token Lexer::next() {
+  poll_interrupt();  // every token: reading a large file may take a while
   skip_space_and_comments();
   Token tok;
   tok.place = here();
