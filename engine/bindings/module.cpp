@@ -20,6 +20,7 @@
 #include "bindings/deep_stack.hpp"
 #include "bindings/opl.hpp"
 #include "constraints/build_state.hpp"
+#include "constraints/row_names.hpp"
 #include "data/index_text.hpp"
 #include "data/tuple_set_members.hpp"
 #include "evaluator/evaluator.hpp"
@@ -387,6 +388,12 @@ class GcPause {
 };
 
 // The LinearProblem of the generator's current state; shares nothing with it.
+nb::list string_list(const std::vector<std::string>& v) {
+  nb::list out;
+  for (const std::string& s : v) out.append(nb::str(s.c_str(), s.size()));
+  return out;
+}
+
 nb::object problem_from_generator(const Generator& gen) {
   const GcPause pause;
   if (!gen.integrality)
@@ -420,6 +427,13 @@ nb::object problem_from_generator(const Generator& gen) {
   kwargs["A_ub"] = sparse_rows_to_python(gen.A_ub, n_cols);
   kwargs["b_ub"] = float_list_fast(gen.b_ub, floats);
   kwargs["objective_offset"] = py_float(gen.obj_const_offset);
+  std::vector<std::string> ub_names = gen.row_names_ub;
+  std::vector<std::string> eq_names = gen.row_names_eq;
+  ub_names.resize(gen.b_ub.size());
+  eq_names.resize(gen.b_eq.size());
+  make_row_names_unique(ub_names, eq_names);
+  kwargs["row_names_ub"] = string_list(ub_names);
+  kwargs["row_names_eq"] = string_list(eq_names);
   return nb::borrow(g_linear_problem)(**kwargs);
 }
 
@@ -436,12 +450,6 @@ nb::list dense_rows(const SparseRows& m) {
 nb::list float_list(const std::vector<double>& v) {
   nb::list out;
   for (double d : v) out.append(d);
-  return out;
-}
-
-nb::list string_list(const std::vector<std::string>& v) {
-  nb::list out;
-  for (const std::string& s : v) out.append(nb::str(s.c_str(), s.size()));
   return out;
 }
 

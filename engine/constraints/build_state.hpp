@@ -67,6 +67,7 @@ inline constexpr double kZeroTolerance = 1e-12;
 struct RowSystem {
   SparseRows rows;
   std::vector<double> rhs;
+  std::vector<std::string> names;  // one per row where the builder knows it
 
   std::size_t size() const { return rhs.size(); }
   // Stores a row: entries above 1e-12 in magnitude, in the order given

@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "constraints/row_names.hpp"
 #include "generator/finite_numbers.hpp"
 #include "generator/list_text.hpp"
 #include "model/py_format.hpp"
@@ -17,6 +18,15 @@ namespace {
 
 // Triplets of one system as compressed rows: a later triplet of the same
 // cell replaces an earlier one.
+// The names of a system's rows: those the builder gave, and for rows that
+// came as bare triplets, "eq1", "ub1", ... by position (from 1).
+std::vector<std::string> named_rows(std::vector<std::string> names, std::size_t rows, const char* kind) {
+  names.reserve(rows);
+  while (names.size() < rows) names.push_back(kind + std::to_string(names.size() + 1));
+  names.resize(rows);
+  return names;
+}
+
 RowSystem rows_from_triplets(const std::vector<std::int64_t>& rows, const std::vector<std::int64_t>& cols,
                              const std::vector<double>& data, const std::vector<double>& rhs) {
   std::vector<std::vector<std::pair<std::int64_t, double>>> per_row(rhs.size());
@@ -100,12 +110,28 @@ void ConstraintBuilder::append_eq_row(double rhs) { store(eq, row_.sorted_entrie
 void ConstraintBuilder::append_ub_row(double rhs) { store(ub, row_.sorted_entries(), rhs); }
 
 void ConstraintBuilder::store(RowSystem& system, const std::vector<std::pair<std::int64_t, double>>& entries,
-                              double rhs) const {
+                              double rhs) {
   if (!entries.empty() && std::cmp_greater_equal(entries.back().first, gen.var_names.size())) {
     raise(ErrorKind::kIndex, "list assignment index out of range");
   }
   require_finite_row(gen, entries, rhs);
   system.append(entries, rhs);
+  system.names.push_back(current_row_name());
+}
+
+void ConstraintBuilder::push_forall_values(const ValueVec& values) {
+  forall_values_.insert(forall_values_.end(), values.begin(), values.end());
+}
+
+void ConstraintBuilder::pop_forall_values(std::size_t count) {
+  forall_values_.resize(forall_values_.size() - count);
+}
+
+std::string ConstraintBuilder::current_row_name() const {
+  if (!label_.empty()) return row_name(label_, forall_values_);
+  std::string base = "c";
+  base += std::to_string(position_);
+  return row_name(base, forall_values_);
 }
 
 void Generator::_build_constraints() {
@@ -117,11 +143,13 @@ void Generator::_build_constraints() {
     // Non-ground Boolean results are allowed only while constraints are built.
     const ScopedFlag allow(allow_symbolic_bool, true);
     const Value& constraints = ast->at("constraints");
+    std::size_t position = 0;
     for (const Value& entry : constraints.items()) {
       if (!entry.is_map()) {
         raise(ErrorKind::kType, std::string("a constraint must be a dict, not '") + type_name(entry) + "'");
       }
       const Env env;
+      builder.begin_model_constraint(++position);
       builder.handle_constraint(entry.as_map(), env);
     }
   }
@@ -165,6 +193,8 @@ void Generator::publish_rows(RowSystem eq, RowSystem ub) {
   b_eq = std::move(eq.rhs);
   A_ub = std::move(ub.rows);
   b_ub = std::move(ub.rhs);
+  row_names_eq = named_rows(std::move(eq.names), b_eq.size(), "eq");
+  row_names_ub = named_rows(std::move(ub.names), b_ub.size(), "ub");
   const auto triplet_line = [&](const char* name, const SparseRows& rows, std::size_t n_rows,
                                 TripletPart part) {
     scipy_code_lines.push_block(std::make_unique<TripletLine>(_indent() + name, rows, n_rows, part));

@@ -38,6 +38,13 @@ class ConstraintBuilder {
   // Records that the constraint being handled uses a lossy encoding.
   void note_lossy(LossyConstruct kind) { lossy.note(kind, current_constraint_); }
 
+  // Where rows come from, for their names: the position of the model's
+  // constraint being built (from 1), and the iterator values of the
+  // foralls around the row, pushed and popped by the forall form.
+  void begin_model_constraint(std::size_t position) { position_ = position; }
+  void push_forall_values(const ValueVec& values);
+  void pop_forall_values(std::size_t count);
+
   Generator& gen;
   RowSystem eq;
   RowSystem ub;
@@ -47,11 +54,15 @@ class ConstraintBuilder {
  private:
   // A row is as wide as the variables are many when it is made: a column
   // beyond that (a name whose column an earlier build made) cannot be set.
-  void store(RowSystem& system, const std::vector<std::pair<std::int64_t, double>>& entries,
-             double rhs) const;
+  void store(RowSystem& system, const std::vector<std::pair<std::int64_t, double>>& entries, double rhs);
+
+  std::string current_row_name() const;
 
   RowAccumulator row_;
   MapPtr current_constraint_;
+  std::string label_;  // the OPL label of the innermost labelled constraint
+  std::size_t position_ = 0;
+  ValueVec forall_values_;
 };
 
 }  // namespace kolva

@@ -65,17 +65,26 @@ void ConstraintBuilder::handle_constraint(const MapPtr& constr, const Env& env) 
   ConstraintCall call{constr, env};
   MapPtr outer = current_constraint_;
   current_constraint_ = constr;
+  // A labelled constraint names its rows; nodes that forms make from it
+  // carry no label and keep the one in force.
+  std::string outer_label = label_;
+  if (const Value* label = constr->find("opl_label"); label != nullptr && label->is_str())
+    label_ = label->as_str();
+  const auto restore = [&] {
+    current_constraint_ = std::move(outer);
+    label_ = std::move(outer_label);
+  };
   try {
     run_forms(kChain, *this, call);
   } catch (Error& e) {
     note_origin(e, *constr);
-    current_constraint_ = std::move(outer);
+    restore();
     throw;
   } catch (...) {
-    current_constraint_ = std::move(outer);
+    restore();
     throw;
   }
-  current_constraint_ = std::move(outer);
+  restore();
 }
 
 Claim forms::comparison(ConstraintBuilder& b, ConstraintCall& call) {

@@ -241,6 +241,10 @@ class Generator {
   SparseRows A_ub;
   std::vector<double> b_eq;
   std::vector<double> b_ub;
+  // Where each row came from (constraints/row_names.hpp), in row order; not
+  // unique until the hand-over makes them so.
+  std::vector<std::string> row_names_eq;
+  std::vector<std::string> row_names_ub;
   std::string results_varname = "results";
   MapPtr comparison_truth_cache = make_map();
   MapPtr bool_subtree_cache = make_map();

@@ -29,7 +29,9 @@ bool is_node_of_type(const Value& v, std::initializer_list<std::string_view> typ
 void Generator::_apply_top_level_binary_assignments() {
   const Value constraints = ast->get("constraints", empty_list());
   if (!constraints.is_sequence()) return;
+  std::size_t position = 0;
   for (const Value& entry : constraints.items()) {
+    ++position;
     if (!is_node_of_type(entry, {"constraint"})) continue;
     const Map& constr = *entry.as_map();
     const Value op = constr.get("op");
@@ -60,6 +62,21 @@ void Generator::_apply_top_level_binary_assignments() {
     if (present) continue;
     A_eq.append(var_names.size(), {{idx, 1.0}});
     b_eq.push_back(target);
+    const Value* label = constr.find("opl_label");
+    // Rows that came without names (as bare triplets) are "eq" and their
+    // position, as the constraint phase names them.
+    while (row_names_eq.size() + 1 < b_eq.size()) {
+      std::string unnamed = "eq";
+      unnamed += std::to_string(row_names_eq.size() + 1);
+      row_names_eq.push_back(std::move(unnamed));
+    }
+    if (label != nullptr && label->is_str()) {
+      row_names_eq.push_back(label->as_str());
+    } else {
+      std::string base = "c";
+      base += std::to_string(position);
+      row_names_eq.push_back(std::move(base));
+    }
   }
 }
 

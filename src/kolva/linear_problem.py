@@ -148,3 +148,8 @@ class LinearProblem:
     A_ub: Any = field(default_factory=list)
     b_ub: List[float] = field(default_factory=list)
     objective_offset: float = 0.0
+    # Where each row came from, in row order: the constraint's label with
+    # its forall values ("ctCapacity[Plant1]"), or "c<position>" without a
+    # label; unique within the problem. None for a problem built by hand.
+    row_names_ub: Optional[List[str]] = field(default=None, repr=False, compare=False)
+    row_names_eq: Optional[List[str]] = field(default=None, repr=False, compare=False)

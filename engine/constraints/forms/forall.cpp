@@ -27,14 +27,26 @@ Claim forall(ConstraintBuilder& b, ConstraintCall& call) {
     throw Generator::_unsupported_type_error("forall_constraint", "missing constraint(s)");
   }
   const auto [loop_vars, loop_ranges] = gen._unroll_iterators(iterators.items(), nullptr);
+  ValueVec values(loop_vars.size());
   for_each_product(loop_ranges, [&](const std::vector<std::size_t>& pos) {
     Env env2 = call.env;
-    for (std::size_t i = 0; i < loop_vars.size(); ++i) env2.set(loop_vars[i], loop_ranges[i][pos[i]]);
-    if (!gen.index_filter_keeps(index_constraint, env2)) return;
-    for (const Value& body : bodies) {
-      if (!body.is_map()) raise(ErrorKind::kType, "a forall body must be a constraint dict");
-      b.handle_constraint(body.as_map(), env2);
+    for (std::size_t i = 0; i < loop_vars.size(); ++i) {
+      values[i] = loop_ranges[i][pos[i]];
+      env2.set(loop_vars[i], values[i]);
     }
+    if (!gen.index_filter_keeps(index_constraint, env2)) return;
+    // The iterator values name the rows the bodies give.
+    b.push_forall_values(values);
+    try {
+      for (const Value& body : bodies) {
+        if (!body.is_map()) raise(ErrorKind::kType, "a forall body must be a constraint dict");
+        b.handle_constraint(body.as_map(), env2);
+      }
+    } catch (...) {
+      b.pop_forall_values(values.size());
+      throw;
+    }
+    b.pop_forall_values(values.size());
   });
   return Claim::kDone;
 }
