@@ -76,10 +76,27 @@ subject to {
   ctOn: b == 1;
 }
 """)
+    # The front end gives the implication to the generator as an or-of-and
+    # asserted true: its rows say so, and are told apart by #2, #3, ...
     ub, eq = names_of(tree, data)
     logical = [n for n in ub if n.startswith("ctLink")]
-    assert logical[0] == "ctLink" and logical[1:] == [f"ctLink#{k}" for k in range(2, len(logical) + 1)]
-    assert "ctOn" in ub + eq
+    assert len(logical) > 1
+    assert logical == ["ctLink#or-and"] + [f"ctLink#or-and#{k}" for k in range(2, len(logical) + 1)]
+    # The domain of x gives the first two rows, unlabelled.
+    assert ub[:2] == ["c1", "c2"]
+    assert eq == ["ctOn", "ctOn#2"]
+
+
+def test_each_encoding_says_its_role():
+    b = {"type": "dvar", "name": "b", "var_type": "boolean"}
+    x = {"type": "dvar", "name": "x", "var_type": "int"}
+    bounds = [constraint("<=", name("x"), num(10)), constraint(">=", name("x"), num(0))]
+    implication = {"type": "implication_constraint", "antecedent": constraint("==", name("b"), num(1)),
+                   "consequent": constraint("<=", name("x"), num(4))}
+    tree = model([b, x], maximize(name("x")), bounds + [dict(implication, opl_label="ctImp")])
+    ub, _ = names_of(tree, {})
+    assert ub[:2] == ["c1", "c2"]
+    assert ub[2:] and all(n.startswith("ctImp#implication") for n in ub[2:])
 
 
 def test_names_are_unique_even_when_a_label_repeats(tmp_path):

@@ -128,10 +128,9 @@ void ConstraintBuilder::pop_forall_values(std::size_t count) {
 }
 
 std::string ConstraintBuilder::current_row_name() const {
-  if (!label_.empty()) return row_name(label_, forall_values_);
-  std::string base = "c";
-  base += std::to_string(position_);
-  return row_name(base, forall_values_);
+  std::string name = row_name(label_.empty() ? 'c' + std::to_string(position_) : label_, forall_values_);
+  if (!role_.empty()) name.append(1, '#').append(role_);
+  return name;
 }
 
 void Generator::_build_constraints() {

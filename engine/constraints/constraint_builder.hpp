@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "constraints/build_state.hpp"
 #include "constraints/local_row.hpp"
@@ -42,6 +43,22 @@ class ConstraintBuilder {
   // constraint being built (from 1), and the iterator values of the
   // foralls around the row, pushed and popped by the forall form.
   void begin_model_constraint(std::size_t position) { position_ = position; }
+
+  // While a form runs: its role names the rows stored meanwhile, unless a
+  // form further out (the encoding that made this node) has one already.
+  class RoleScope {
+   public:
+    RoleScope(ConstraintBuilder& b, std::string_view role) : b_(b), outer_(b.role_) {
+      if (outer_.empty()) b_.role_ = role;
+    }
+    RoleScope(const RoleScope&) = delete;
+    RoleScope& operator=(const RoleScope&) = delete;
+    ~RoleScope() { b_.role_ = outer_; }
+
+   private:
+    ConstraintBuilder& b_;
+    std::string_view outer_;
+  };
   void push_forall_values(const ValueVec& values);
   void pop_forall_values(std::size_t count);
 
@@ -60,7 +77,8 @@ class ConstraintBuilder {
 
   RowAccumulator row_;
   MapPtr current_constraint_;
-  std::string label_;  // the OPL label of the innermost labelled constraint
+  std::string label_;      // the OPL label of the innermost labelled constraint
+  std::string_view role_;  // of the outermost running form that has one
   std::size_t position_ = 0;
   ValueVec forall_values_;
 };
