@@ -195,6 +195,9 @@ def _apply_options(highs, problem, time_limit, mip_gap, threads, tolerance) -> N
     if mip_gap is not None:
         _set_option(highs, "mip_rel_gap", float(mip_gap))
     if threads is not None:
+        # HiGHS's thread pool is global and keeps the size it was first made
+        # with: end it so that the next run makes one of the size asked for.
+        highs.resetGlobalScheduler(True)
         _set_option(highs, "threads", int(threads))
     if tolerance is not None:
         _set_option(highs, "primal_feasibility_tolerance", float(tolerance))
