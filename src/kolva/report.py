@@ -276,15 +276,14 @@ def conflict_lines(solution: Solution) -> List[str]:
     """The rows of an irreducible infeasible subset and where their constraints were written."""
     if solution.status != "INFEASIBLE":
         return []
-    if not solution.conflict:
-        return []
+    if not solution.conflict and not solution.conflict_bounds:
+        return ["", "no irreducible infeasible subset was found"]
     lines = ["", "conflicting constraints (an irreducible infeasible subset):"]
-    rows = []
-    for row in solution.conflict:
-        where = row.source or "-"
-        rows.append([row.row, where, row.label or ""])
-    for cells in _table(["row", "source", "label"], rows, 3):
-        lines.append("  " + cells)
+    if solution.conflict:
+        rows = [[row.row, row.source or "-", row.label or ""] for row in solution.conflict]
+        lines.extend("  " + cells for cells in _table(["row", "source", "label"], rows, 3))
+    if solution.conflict_bounds:
+        lines.append("  with the bounds: " + ", ".join(solution.conflict_bounds))
     return lines
 
 
@@ -319,9 +318,10 @@ def solution_document(solution: Solution, columns: Sequence[str], is_mip: bool) 
             name: _json_number(solution.reduced_costs[name]) for name in columns if name in solution.reduced_costs
         }
     if solution.status == "INFEASIBLE":
-        document["conflict"] = [
-            {"row": row.row, "source": row.source, "label": row.label} for row in solution.conflict
-        ]
+        document["conflict"] = {
+            "rows": [{"row": row.row, "source": row.source, "label": row.label} for row in solution.conflict],
+            "bounds": list(solution.conflict_bounds),
+        }
     return document
 
 

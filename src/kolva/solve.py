@@ -53,6 +53,8 @@ class Solution:
             ``best_bound``.
         conflict: for "INFEASIBLE", the rows of an irreducible infeasible
             subset when the solver found one (empty otherwise).
+        conflict_bounds: the column bounds in that subset, as texts
+            ``name >= value`` or ``name <= value``.
     """
 
     status: str
@@ -65,6 +67,7 @@ class Solution:
     best_bound: Optional[float] = None
     mip_gap: Optional[float] = None
     conflict: List[ConflictRow] = field(default_factory=list)
+    conflict_bounds: List[str] = field(default_factory=list)
 
 
 def solve_problem(problem) -> Solution:

@@ -327,7 +327,8 @@ def solve(
 
     Returns:
         The solution; for an infeasible problem, ``conflict`` holds the rows of
-        an irreducible infeasible subset when HiGHS finds one.
+        an irreducible infeasible subset when one is found, and
+        ``conflict_bounds`` the column bounds in it.
 
     Raises:
         ValueError: an option is out of range.
@@ -353,7 +354,11 @@ def solve(
                 status = _run(highs, callbacks)
         solution = _read_solution(highs, problem, names, status)
         if solution.status == "INFEASIBLE" and status == "kInfeasible":
-            solution.conflict = _conflict_rows(highs, names)
+            tolerances = {
+                name: highs.getOptionValue(name)[1]
+                for name in ("primal_feasibility_tolerance", "mip_feasibility_tolerance")
+            }
+            solution.conflict, solution.conflict_bounds = _conflict(problem, names, tolerances)
         return solution
     finally:
         callbacks.close()
@@ -407,13 +412,113 @@ def _read_solution(highs, problem, names: List[str], status: str) -> Solution:
     return solution
 
 
-def _conflict_rows(highs, names: List[str]) -> List[ConflictRow]:
-    """Rows of an irreducible infeasible subset, by HiGHS's IIS search (empty if none)."""
+#: The deletion filter of a MIP's conflict tries at most this many rows ...
+CONFLICT_FILTER_MAX_ROWS = 2000
+#: ... within this many seconds in all.
+CONFLICT_FILTER_SECONDS = 10.0
+
+
+def _conflict(problem, names: List[str], options: Dict[str, Any]) -> Tuple[List[ConflictRow], List[str]]:
+    """Rows (and column bounds) of an irreducible infeasible subset; empty lists if none is found.
+
+    Column bounds that a one-variable row states as well (a domain or a simple
+    bound the generator also tightened into the column) are relaxed first: the
+    feasible set stays the same, and the subset then names the constraint
+    rather than the column. HiGHS's IIS search works on the LP (for a MIP,
+    its LP relaxation); when the relaxation is feasible, a deletion filter
+    over the rows, each tried with integrality kept, finds the subset.
+    """
     import highspy
 
+    highs = new_highs()
+    load_problem(highs, problem)
+    for name, value in options.items():
+        _set_option(highs, name, value)
+    relaxed = _relax_bounds_stated_by_rows(highs, problem)
     _set_option(highs, "iis_strategy", int(highspy.IisStrategy.kIisStrategyIrreducible))
     status, iis = highs.getIis()
-    if status == highspy.HighsStatus.kError or not iis.valid_:
-        return []
-    return [ConflictRow(names[int(row)]) for row in iis.row_index_]
+    if status != highspy.HighsStatus.kError and iis.valid_ and (len(iis.row_index_) or len(iis.col_index_)):
+        rows = [ConflictRow(names[int(row)]) for row in iis.row_index_]
+        bounds = _bound_texts(problem, highs, iis, relaxed)
+        return rows, bounds
+    if not _has_integers(problem) or len(names) > CONFLICT_FILTER_MAX_ROWS:
+        return [], []
+    kept = _deletion_filter(highs, len(names))
+    return [ConflictRow(names[row]) for row in kept], []
 
+
+def _relax_bounds_stated_by_rows(highs, problem):
+    """Free the column bounds that a one-variable upper-bound row states too; return them."""
+    import numpy as np
+
+    from kolva.linear_problem import SparseRowSequence
+
+    n = len(problem.var_names)
+    rows = problem.A_ub if isinstance(problem.A_ub, SparseRowSequence) else SparseRowSequence.from_rows(problem.A_ub, n)
+    indptr = rows._indptr
+    singleton = np.flatnonzero(np.diff(indptr) == 1)
+    _, lower, upper, _ = _column_arrays(problem)
+    if singleton.size == 0:
+        return lower, upper
+    cols = np.asarray(rows._indices)[indptr[singleton]]
+    coefs = np.asarray(rows._data)[indptr[singleton]]
+    implied = np.asarray(problem.b_ub, dtype=np.float64)[singleton] / coefs
+    stated_upper = np.full(n, np.inf)
+    stated_lower = np.full(n, -np.inf)
+    np.minimum.at(stated_upper, cols[coefs > 0], implied[coefs > 0])
+    np.maximum.at(stated_lower, cols[coefs < 0], implied[coefs < 0])
+    new_lower = np.where(np.isclose(lower, stated_lower, rtol=1e-12, atol=1e-12), -np.inf, lower)
+    new_upper = np.where(np.isclose(upper, stated_upper, rtol=1e-12, atol=1e-12), np.inf, upper)
+    changed = np.flatnonzero((new_lower != lower) | (new_upper != upper)).astype(np.int32)
+    if changed.size:
+        highs.changeColsBounds(int(changed.size), changed, new_lower[changed], new_upper[changed])
+    return new_lower, new_upper
+
+
+def _bound_texts(problem, highs, iis, relaxed) -> List[str]:
+    """``name >= lower`` / ``name <= upper`` for the column bounds in the subset."""
+    lower, upper = relaxed
+    texts = []
+    for col, kind in zip(iis.col_index_, iis.col_bound_):
+        col = int(col)
+        name = problem.var_names[col]
+        kind = int(kind)
+        if kind in (2, 4) and math.isfinite(lower[col]):  # lower, boxed
+            texts.append(f"{name} >= {_bound_text(lower[col])}")
+        if kind in (3, 4) and math.isfinite(upper[col]):  # upper, boxed
+            texts.append(f"{name} <= {_bound_text(upper[col])}")
+    return texts
+
+
+def _bound_text(value: float) -> str:
+    return str(int(value)) if float(value).is_integer() else repr(float(value))
+
+
+def _deletion_filter(highs, n_rows: int) -> List[int]:
+    """Rows that stay infeasible together, each one needed: drop a row for good while the rest stay infeasible."""
+    import time
+
+    import highspy
+    import numpy as np
+
+    lp = highs.getLp()
+    row_lower, row_upper = np.array(lp.row_lower_), np.array(lp.row_upper_)
+    n_cols = highs.getNumCol()
+    highs.changeColsCost(n_cols, np.arange(n_cols, dtype=np.int32), np.zeros(n_cols))
+    deadline = time.monotonic() + CONFLICT_FILTER_SECONDS
+    kept = []
+    for row in range(n_rows):
+        remaining = deadline - time.monotonic()
+        if remaining <= 0:
+            return []
+        _set_option(highs, "time_limit", remaining)
+        highs.changeRowBounds(row, -np.inf, np.inf)
+        highs.run()
+        status = highs.getModelStatus()
+        if status == highspy.HighsModelStatus.kInfeasible:
+            continue
+        if status != highspy.HighsModelStatus.kOptimal:
+            return []
+        highs.changeRowBounds(row, float(row_lower[row]), float(row_upper[row]))
+        kept.append(row)
+    return kept
