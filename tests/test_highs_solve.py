@@ -481,3 +481,101 @@ def test_progress_reports_bound_and_incumbent_of_a_mip(tmp_path):
     assert last.incumbent is not None and last.best_bound is not None
     assert last.best_bound <= last.incumbent
     assert last.nodes >= 0 and last.seconds >= 0
+
+
+# ---------------------------------------------------------------- conflicts
+
+CONFLICT_LP = """\
+dvar float+ a;
+dvar float+ b;
+dvar float+ c;
+minimize a + b + c;
+subject to {
+  ctCap: a + b <= 4;
+  ctA: a - c >= 3;
+  ctB: b + c >= 2;
+  ctRoom: a + b + c <= 100;
+  ctMix: a + 2 * c >= 1;
+}
+"""
+
+CONFLICT_LOGICAL = """\
+dvar float x in 0..10;
+dvar float y in 0..10;
+minimize x + y;
+subject to {
+  ctRoom: x + y <= 30;
+  ctImp: x >= 5 => y >= 8;
+  ctX: x + 0 * y >= 6;
+  ctY: y + 0 * x <= 7;
+}
+"""
+
+
+def feasible(problem, rows, free_continuous):
+    """Whether the problem restricted to HiGHS rows ``rows`` has a point, by SciPy's milp."""
+    from scipy.optimize import Bounds, LinearConstraint, milp
+
+    a = np.vstack([np.asarray(problem.A_ub).reshape(-1, len(problem.var_names)),
+                   np.asarray(problem.A_eq).reshape(-1, len(problem.var_names))])
+    upper = np.concatenate([problem.b_ub, problem.b_eq])
+    lower = np.concatenate([np.full(len(problem.b_ub), -np.inf), problem.b_eq])
+    rows = sorted(rows)
+    bounds = np.array(problem.bounds, dtype=float)
+    lo = np.where(np.isnan(bounds[:, 0]), -np.inf, bounds[:, 0])
+    hi = np.where(np.isnan(bounds[:, 1]), np.inf, bounds[:, 1])
+    integer = np.asarray(problem.integrality)
+    if free_continuous:
+        lo = np.where(integer == 1, lo, -np.inf)
+        hi = np.where(integer == 1, hi, np.inf)
+    constraints = [LinearConstraint(a[rows], lower[rows], upper[rows])] if rows else []
+    res = milp(np.zeros(len(problem.var_names)), constraints=constraints, integrality=integer, bounds=Bounds(lo, hi))
+    return res.status == 0
+
+
+def assert_irreducible(problem, rows, free_continuous):
+    assert not feasible(problem, rows, free_continuous)
+    for left_out in rows:
+        assert feasible(problem, [r for r in rows if r != left_out], free_continuous)
+
+
+def test_infeasible_lp_names_exactly_the_conflicting_rows(tmp_path):
+    # a >= 3 + c and b >= 2 - c make a + b >= 5 > 4; ctRoom and ctMix play no part.
+    problem = build(tmp_path, CONFLICT_LP)
+    names = kolva.solve_highs.row_names(problem)
+    solution = kolva.solve(problem)
+    assert solution.status == "INFEASIBLE"
+    assert [row.row for row in solution.conflict] == names[:3]
+    assert solution.conflict_bounds == []
+    assert_irreducible(problem, [0, 1, 2], free_continuous=False)
+
+
+def test_infeasible_logical_model_gets_its_conflict_by_the_deletion_filter(tmp_path):
+    # x >= 6 fires the implication, y >= 8 then meets y <= 7; the LP relaxation
+    # is feasible (a fractional flag), so the rows are found with integrality.
+    problem = build(tmp_path, CONFLICT_LOGICAL)
+    names = kolva.solve_highs.row_names(problem)
+    solution = kolva.solve(problem)
+    assert solution.status == "INFEASIBLE"
+    picked = [names.index(row.row) for row in solution.conflict]
+    assert picked
+    # Domains are rows of their own, so the check may free the continuous columns.
+    assert_irreducible(problem, picked, free_continuous=True)
+    # ctRoom is no part of it: it is the first row after the domain rows.
+    domain_rows = 4
+    assert domain_rows not in picked
+    assert all(row >= domain_rows for row in picked)
+
+
+def test_presolve_infeasibility_is_confirmed_without_presolve(tmp_path, monkeypatch):
+    problem = build(tmp_path, CONFLICT_LP)
+    runs = []
+    real = kolva.solve_highs._run
+
+    def counting(highs, callbacks):
+        runs.append(highs.getOptionValue("presolve")[1])
+        return real(highs, callbacks)
+
+    monkeypatch.setattr(kolva.solve_highs, "_run", counting)
+    assert kolva.solve(problem).status == "INFEASIBLE"
+    assert runs == ["choose", "off"]
