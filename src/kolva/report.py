@@ -100,9 +100,16 @@ def _dimension_members(generator, tree, decl, dim) -> Optional[List[Any]]:
 
 
 def _declaration_axes(generator, tree, decl) -> Optional[List[List[Any]]]:
+    from kolva.semantic_error import SemanticError
+
     axes = []
     for dim in decl.get("dimensions", []):
-        members = _dimension_members(generator, tree, decl, dim)
+        try:
+            members = _dimension_members(generator, tree, decl, dim)
+        except (SemanticError, KeyError, TypeError, ValueError):
+            # The build read these sets already; a form this reading does not
+            # know leaves the array to the labels of its column names.
+            return None
         if members is None:
             return None
         axes.append(members)
@@ -202,7 +209,14 @@ def _group_lines(group: VariableGroup, values: Dict[str, float], width: int) -> 
     present = [(i, column) for i, column in enumerate(group.columns) if column in values]
     if not any(abs(values[column]) > ZERO for _, column in present):
         return []
-    if group.axes is not None and len(group.axes) == 2 and group.indices is not None:
+    # A matrix column is at least a blank and two spaces wide: skip the
+    # matrix at once when even that cannot fit.
+    if (
+        group.axes is not None
+        and len(group.axes) == 2
+        and group.indices is not None
+        and 3 * len(group.axes[1]) + len(group.name) <= width
+    ):
         matrix = _matrix_lines(group, values)
         if matrix is not None and max(len(line) for line in matrix) <= width:
             return matrix

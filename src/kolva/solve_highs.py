@@ -113,7 +113,10 @@ def _column_arrays(problem):
 
 def new_highs():
     """A silent HiGHS instance (no banner, no log) of highspy's core class."""
-    from highspy._core import _Highs
+    try:
+        from highspy._core import _Highs
+    except ImportError:
+        raise SolveError("highspy, HiGHS's Python binding, is not installed (pip install highspy)") from None
 
     highs = _Highs()
     highs.setOptionValue("output_flag", False)
