@@ -292,11 +292,12 @@ class _InterruptAsFlag:
         return False
 
 
+# Anything else is "ERROR", as the script says (an "unbounded or infeasible"
+# that a solve without presolve still cannot tell apart among them).
 _STATUS_WORDS = {
     "kOptimal": "OPTIMAL",
     "kInfeasible": "INFEASIBLE",
     "kUnbounded": "UNBOUNDED",
-    "kUnboundedOrInfeasible": "INFEASIBLE",
     "kTimeLimit": "TIME_LIMIT",
     "kIterationLimit": "ITERATION_LIMIT",
 }
