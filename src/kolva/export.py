@@ -22,9 +22,12 @@ from __future__ import annotations
 
 import os
 import tempfile
-from typing import Dict, List, Optional, Sequence, Tuple
+from typing import TYPE_CHECKING, Dict, List, Optional, Sequence, Tuple
 
 from kolva.solve_highs import SolveError, load_problem, new_highs, row_names
+
+if TYPE_CHECKING:
+    from kolva.linear_problem import LinearProblem
 
 FORMATS = {".mps": "MPS", ".lp": "LP"}
 
@@ -79,7 +82,7 @@ def file_names(names: Sequence[str], file_format: str) -> Tuple[List[str], Dict[
     return written, changed
 
 
-def write_model(problem, path: str, file_format: Optional[str] = None) -> Dict[str, str]:
+def write_model(problem: "LinearProblem", path: str, file_format: Optional[str] = None) -> Dict[str, str]:
     """Write ``problem`` to ``path`` as "MPS" or "LP" (by default, by its extension).
 
     Returns the names that had to change to fit the format (old to new;
@@ -135,11 +138,11 @@ def _write_through_temporary(highs, path: str, extension: str) -> None:
         raise
 
 
-def write_mps(problem, path: str) -> Dict[str, str]:
+def write_mps(problem: "LinearProblem", path: str) -> Dict[str, str]:
     """Write ``problem`` as an MPS file at ``path``, whatever its extension; see :func:`write_model`."""
     return write_model(problem, path, "MPS")
 
 
-def write_lp(problem, path: str) -> Dict[str, str]:
+def write_lp(problem: "LinearProblem", path: str) -> Dict[str, str]:
     """Write ``problem`` as an LP file at ``path``, whatever its extension; see :func:`write_model`."""
     return write_model(problem, path, "LP")

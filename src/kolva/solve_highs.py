@@ -27,9 +27,12 @@ import signal
 import sys
 import threading
 from dataclasses import dataclass
-from typing import Any, Callable, Dict, List, Optional, TextIO, Tuple, Union
+from typing import TYPE_CHECKING, Any, Callable, Dict, List, Optional, TextIO, Tuple, Union
 
 from kolva.solve import ConflictRow, Solution
+
+if TYPE_CHECKING:
+    from kolva.linear_problem import LinearProblem
 
 #: Feasibility tolerance for problems with integer columns (logical encodings).
 MIP_FEASIBILITY_TOLERANCE = 1e-09
@@ -63,7 +66,7 @@ class SolveError(Exception):
     """HiGHS refused the problem or an option (the message says which)."""
 
 
-def row_names(problem) -> List[str]:
+def row_names(problem: "LinearProblem") -> List[str]:
     """The names of HiGHS's rows: the upper-bound rows', then the equality rows'.
 
     Rows without names (a problem built by hand) are called ``ub<N>`` and
@@ -304,7 +307,7 @@ _STATUS_WORDS = {
 
 
 def solve(
-    problem,
+    problem: "LinearProblem",
     *,
     time_limit: Optional[float] = None,
     mip_gap: Optional[float] = None,
