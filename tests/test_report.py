@@ -427,3 +427,76 @@ def test_progress_shows_on_a_terminal_and_is_erased(tmp_path):
         quiet = b""
     os.close(leader)
     assert quiet == b""
+
+
+# ---------------------------------------------------------------- where conflicting rows were written
+
+
+def test_rows_are_matched_to_the_longest_label_they_start_with():
+    from kolva.report import source_of_row
+
+    annotations = [("m.mod:3:5", "ct"), ("m.mod:4:5", "ct_a"), ("m.mod:5:5", None), ("m.mod:6:5", "cap")]
+    assert source_of_row("ct", annotations) == ("m.mod:3:5", "ct")
+    assert source_of_row("ct_1", annotations) == ("m.mod:3:5", "ct")
+    assert source_of_row("ct_a_1", annotations) == ("m.mod:4:5", "ct_a")
+    assert source_of_row("cap[1]", annotations) == ("m.mod:6:5", "cap")
+    assert source_of_row("cta", annotations) is None
+    assert source_of_row("capacity", annotations) is None
+    # Without a label, a place the name holds.
+    assert source_of_row("row@m.mod:5:5", annotations) == ("m.mod:5:5", None)
+    assert source_of_row("row@m.mod:5:55", annotations) is None
+
+
+def test_annotations_are_read_through_foralls_in_model_order(tmp_path):
+    from kolva import opl
+    from kolva.report import annotated_constraints
+
+    (tmp_path / "s.mod").write_text(SUPPLY)
+    (tmp_path / "s.dat").write_text(SUPPLY_DATA)
+    tree, _ = opl.load(tmp_path / "s.mod", tmp_path / "s.dat")
+    place = str(tmp_path / "s.mod")
+    assert annotated_constraints(tree) == [
+        (f"{place}:9:3", None),
+        (f"{place}:9:22", "ctStock"),
+        (f"{place}:10:3", None),
+        (f"{place}:10:22", "ctNeed"),
+    ]
+
+
+def test_conflict_report_names_the_places_of_its_constraints(tmp_path, capsys, monkeypatch):
+    # Rows named after their constraint's label, as a problem with row names has them.
+    from test_highs_solve import CONFLICT_LP
+
+    from kolva.scipy_codegen_csc import SciPyCSCCodeGenerator
+
+    real = SciPyCSCCodeGenerator.build_problem
+    labels = ["ctCap", "ctA", "ctB", "ctRoom", "ctMix"]
+
+    def with_names(self):
+        problem = real(self)
+        problem.row_names_ub = [f"{label}_row" for label in labels]
+        problem.row_names_eq = []
+        return problem
+
+    monkeypatch.setattr(SciPyCSCCodeGenerator, "build_problem", with_names)
+    (tmp_path / "c.mod").write_text(CONFLICT_LP)
+    code, out, _ = run_main(capsys, "solve", tmp_path / "c.mod", "--output", tmp_path / "c.json")
+    assert code == 1
+    place = str(tmp_path / "c.mod")
+    width = len(place + ":6:3")
+    assert out.splitlines()[-5:] == [
+        "conflicting constraints (an irreducible infeasible subset):",
+        f"  row        {'source':<{width}}  label",
+        f"  ctCap_row  {place + ':6:3':<{width}}  ctCap",
+        f"  ctA_row    {place + ':7:3':<{width}}  ctA",
+        f"  ctB_row    {place + ':8:3':<{width}}  ctB",
+    ]
+    document = json.loads((tmp_path / "c.json").read_text())
+    assert document["conflict"] == {
+        "rows": [
+            {"row": "ctCap_row", "source": f"{place}:6:3", "label": "ctCap"},
+            {"row": "ctA_row", "source": f"{place}:7:3", "label": "ctA"},
+            {"row": "ctB_row", "source": f"{place}:8:3", "label": "ctB"},
+        ],
+        "bounds": [],
+    }

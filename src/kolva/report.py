@@ -358,16 +358,64 @@ def solution_csv(solution: Solution, columns: Sequence[str]) -> str:
 
 
 def attach_sources(solution: Solution, tree: Dict[str, Any], problem) -> None:
-    """Fill in where each conflicting row's constraint was written (see :func:`row_sources`)."""
+    """Fill in where each conflicting row's constraint was written.
+
+    A row is matched to a constraint of the model tree that carries its OPL
+    place (``opl_source``, and ``opl_label`` when labelled) through the row's
+    name: the longest label the name starts with (followed by the end of the
+    name or a character that is not a letter or digit), or else a place that
+    the name holds. Rows of a problem without row names stay unmatched.
+    """
     if not solution.conflict:
         return
-    sources = row_sources(tree, problem)
+    if getattr(problem, "row_names_ub", None) is None and getattr(problem, "row_names_eq", None) is None:
+        return
+    annotations = annotated_constraints(tree)
     for row in solution.conflict:
-        found = sources.get(row.row)
+        found = source_of_row(row.row, annotations)
         if found is not None:
             row.source, row.label = found
 
 
-def row_sources(tree: Dict[str, Any], problem) -> Dict[str, Tuple[Optional[str], Optional[str]]]:
-    """Row name to the (source place, label) of the constraint that made the row."""
-    return {}
+def annotated_constraints(tree: Dict[str, Any]) -> List[Tuple[str, Optional[str]]]:
+    """``(source, label)`` of each constraint node that carries its OPL place, in model order."""
+    found: List[Tuple[str, Optional[str]]] = []
+    pending: List[Any] = list(reversed(tree.get("constraints") or []))
+    while pending:
+        node = pending.pop()
+        if not isinstance(node, dict):
+            continue
+        source = node.get("opl_source")
+        if isinstance(source, str) and source:
+            label = node.get("opl_label")
+            found.append((source, label if isinstance(label, str) and label else None))
+        inner = node.get("constraints")
+        if isinstance(inner, list):
+            pending.extend(reversed(inner))
+    return found
+
+
+def source_of_row(row: str, annotations: List[Tuple[str, Optional[str]]]) -> Optional[Tuple[str, Optional[str]]]:
+    """The ``(source, label)`` of the constraint a row name points to, or None.
+
+    The longest label that the name is, or starts with before a character
+    that is not a letter or digit, wins; without one, the first constraint
+    whose place the name holds.
+    """
+    best: Optional[Tuple[str, Optional[str]]] = None
+    for source, label in annotations:
+        if not label or not row.startswith(label):
+            continue
+        rest = row[len(label) :]
+        if rest and rest[0].isalnum():
+            continue
+        if best is None or len(label) > len(best[1] or ""):
+            best = (source, label)
+    if best is not None:
+        return best
+    for source, label in annotations:
+        at = row.find(source)
+        end = at + len(source)
+        if at != -1 and not row[end : end + 1].isdigit():
+            return source, label
+    return None
