@@ -579,3 +579,22 @@ def test_presolve_infeasibility_is_confirmed_without_presolve(tmp_path, monkeypa
     monkeypatch.setattr(kolva.solve_highs, "_run", counting)
     assert kolva.solve(problem).status == "INFEASIBLE"
     assert runs == ["choose", "off"]
+
+
+def test_an_exception_in_a_callback_stops_the_solve_and_is_raised(tmp_path):
+    problem = build(tmp_path, MARKET_SPLIT, market_split_data())
+    calls = []
+
+    def failing(progress):
+        calls.append(progress)
+        raise RuntimeError("progress display failed")
+
+    with pytest.raises(RuntimeError, match="progress display failed"):
+        kolva.solve(problem, time_limit=20, on_progress=failing)
+    assert len(calls) == 1
+
+    def failing_log(text):
+        raise OSError("log closed")
+
+    with pytest.raises(OSError, match="log closed"):
+        kolva.solve(problem, time_limit=20, log=failing_log)

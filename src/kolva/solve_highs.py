@@ -234,6 +234,7 @@ class _Callbacks:
         self.write_log = write_log
         self.on_progress = on_progress
         self.interrupted = False
+        self.failure: Optional[BaseException] = None
         self.highs = highs
         highs.setCallback(self._fire, None)
         if write_log is not None:
@@ -246,13 +247,25 @@ class _Callbacks:
             highs.startCallback(self.types.kCallbackMipInterrupt)
 
     def _fire(self, kind, message, data_out, data_in, _user):
-        if kind == self.types.kCallbackLogging:
-            self.write_log(message)
-            return
-        if self.interrupted and data_in is not None:
+        # An exception must not unwind through HiGHS: keep it, stop the
+        # solve, and raise it once HiGHS has returned.
+        try:
+            if kind == self.types.kCallbackLogging:
+                if self.failure is None:
+                    self.write_log(message)
+                return
+            if kind == self.types.kCallbackMipInterrupt and self.on_progress is not None and self.failure is None:
+                self.on_progress(_mip_progress(data_out))
+        except BaseException as err:  # noqa: BLE001 - re-raised by raise_failure
+            self.failure = err
+        if (self.interrupted or self.failure is not None) and data_in is not None:
             data_in.user_interrupt = True
-        if kind == self.types.kCallbackMipInterrupt and self.on_progress is not None:
-            self.on_progress(_mip_progress(data_out))
+
+    def raise_failure(self) -> None:
+        """Raise what a callback raised, if anything."""
+        if self.failure is not None:
+            failure, self.failure = self.failure, None
+            raise failure
 
     def close(self) -> None:
         self.highs.setCallback(None, None)
@@ -373,6 +386,7 @@ def solve(
 
 def _run(highs, callbacks: _Callbacks) -> str:
     highs.run()
+    callbacks.raise_failure()
     status = highs.getModelStatus().name
     if status in ("kInterrupt", "kHighsInterrupt") and callbacks.interrupted:
         raise KeyboardInterrupt
