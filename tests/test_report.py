@@ -500,3 +500,22 @@ def test_conflict_report_names_the_places_of_its_constraints(tmp_path, capsys, m
         ],
         "bounds": [],
     }
+
+
+def test_solution_output_onto_the_json_model_is_refused(tmp_path, capsys):
+    model = tmp_path / "m.json"
+    x = {"type": "name", "value": "x"}
+    tree = {
+        "declarations": [{"type": "dvar", "name": "x", "var_type": "float+"}],
+        "objective": {"type": "minimize", "expression": x},
+        "constraints": [{"type": "constraint", "op": ">=", "left": x, "right": {"type": "number", "value": 2}}],
+    }
+    model.write_text(json.dumps(tree))
+    before = model.read_text()
+    code, out, err = run_main(capsys, "solve", model, "--output", model)
+    assert (code, out) == (2, "")
+    assert err == f"kolva: error: refusing to write the output onto the input file {str(model)!r}\n"
+    assert model.read_text() == before
+    code, out, _ = run_main(capsys, "solve", model, "--output", tmp_path / "out.json")
+    assert code == 0
+    assert json.loads((tmp_path / "out.json").read_text())["variables"] == {"x": 2.0}
