@@ -269,6 +269,8 @@ class GcPause {
 };
 
 // The LinearProblem of the generator's current state; shares nothing with it.
+nb::list string_list(const std::vector<std::string>& v);
+
 nb::object problem_from_generator(const Generator& gen) {
   const GcPause pause;
   if (!gen.integrality)
@@ -302,6 +304,8 @@ nb::object problem_from_generator(const Generator& gen) {
   kwargs["A_ub"] = sparse_rows_to_python(gen.A_ub, n_cols);
   kwargs["b_ub"] = float_list_fast(gen.b_ub, floats);
   kwargs["objective_offset"] = py_float(gen.obj_const_offset);
+  kwargs["row_names_ub"] = string_list(gen.row_names_ub);
+  kwargs["row_names_eq"] = string_list(gen.row_names_eq);
   return nb::borrow(g_linear_problem)(**kwargs);
 }
 
@@ -475,6 +479,8 @@ void bind_generator(nb::module_& m) {
   cls.def_prop_ro("A_ub", [](PyGenerator& g) { return dense_rows(g.gen->A_ub); });
   cls.def_prop_ro("b_eq", [](PyGenerator& g) { return float_list(g.gen->b_eq); });
   cls.def_prop_ro("b_ub", [](PyGenerator& g) { return float_list(g.gen->b_ub); });
+  cls.def_prop_ro("row_names_eq", [](PyGenerator& g) { return string_list(g.gen->row_names_eq); });
+  cls.def_prop_ro("row_names_ub", [](PyGenerator& g) { return string_list(g.gen->row_names_ub); });
   cls.def_prop_ro("tuple_types", [](PyGenerator& g) {
     if (g.gen->tuple_types == nullptr) {
       raise(ErrorKind::kAttribute, "'SciPyCSCCodeGenerator' object has no attribute 'tuple_types'");

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -67,6 +68,8 @@ inline constexpr double kZeroTolerance = 1e-12;
 struct RowSystem {
   SparseRows rows;
   std::vector<double> rhs;
+  // The name of each row, in row order (see ConstraintBuilder::row_name).
+  std::vector<std::string> names;
 
   std::size_t size() const { return rhs.size(); }
   // Stores a row: entries above 1e-12 in magnitude, in the order given

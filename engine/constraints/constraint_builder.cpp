@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <utility>
 
 #include "generator/list_text.hpp"
@@ -13,6 +14,12 @@
 
 namespace kolva {
 namespace {
+
+// `stem` followed by the digits of `n`.
+std::string numbered(std::string stem, std::size_t n) {
+  stem += std::to_string(n);
+  return stem;
+}
 
 // Triplets of one system as compressed rows: a later triplet of the same
 // cell replaces an earlier one.
@@ -36,6 +43,7 @@ RowSystem rows_from_triplets(const std::vector<std::int64_t>& rows, const std::v
     out.rows.append(0, unique);
   }
   out.rhs = rhs;
+  for (std::size_t r = 0; r < rhs.size(); ++r) out.names.push_back(numbered("r", r + 1));
   return out;
 }
 
@@ -87,7 +95,58 @@ class TripletLine : public CodeLines::Block {
   TripletPart part_;
 };
 
+// An iterator value as a row name shows it: text without quotes, numbers
+// as Python prints them, a tuple as <a,b>.
+void append_index_text(const Value& v, std::string& out) {
+  if (v.is_tuple() || v.is_list()) {
+    out += '<';
+    bool first = true;
+    for (const Value& item : v.items()) {
+      if (!first) out += ',';
+      first = false;
+      append_index_text(item, out);
+    }
+    out += '>';
+    return;
+  }
+  out += py_str(v);
+}
+
 }  // namespace
+
+std::size_t ConstraintBuilder::push_iteration(const ValueVec& values) {
+  const std::size_t mark = iteration_suffix_.size();
+  for (const Value& v : values) {
+    iteration_suffix_ += '[';
+    append_index_text(v, iteration_suffix_);
+    iteration_suffix_ += ']';
+  }
+  return mark;
+}
+
+std::string ConstraintBuilder::row_name() const {
+  std::string name = label_ != nullptr ? *label_ : numbered("c", top_position_);
+  name += iteration_suffix_;
+  if (!role_.empty()) {
+    name += '#';
+    name += role_;
+  }
+  return name;
+}
+
+std::vector<std::string> ConstraintBuilder::unique_names(std::vector<std::string> names) const {
+  std::unordered_map<std::string, std::size_t> seen;
+  seen.reserve(names.size());
+  for (std::string& name : names) {
+    std::size_t& count = seen[name];
+    if (++count == 1) continue;
+    std::string candidate = numbered(name + "#", count);
+    while (seen.contains(candidate)) candidate = numbered(name + "#", ++count);
+    seen[candidate] = 1;
+    name = std::move(candidate);
+  }
+  return names;
+}
 
 ConstraintBuilder::ConstraintBuilder(Generator& generator) : gen(generator) {
   ctx.comparison_truth_cache = gen.comparison_truth_cache;
@@ -99,11 +158,12 @@ void ConstraintBuilder::append_eq_row(double rhs) { store(eq, row_.sorted_entrie
 void ConstraintBuilder::append_ub_row(double rhs) { store(ub, row_.sorted_entries(), rhs); }
 
 void ConstraintBuilder::store(RowSystem& system, const std::vector<std::pair<std::int64_t, double>>& entries,
-                              double rhs) const {
+                              double rhs) {
   if (!entries.empty() && std::cmp_greater_equal(entries.back().first, gen.var_names.size())) {
     raise(ErrorKind::kIndex, "list assignment index out of range");
   }
   system.append(entries, rhs);
+  system.names.push_back(row_name());
 }
 
 void Generator::_build_constraints() {
@@ -115,7 +175,9 @@ void Generator::_build_constraints() {
     // Non-ground Boolean results are allowed only while constraints are built.
     const ScopedFlag allow(allow_symbolic_bool, true);
     const Value& constraints = ast->at("constraints");
+    std::size_t position = 0;
     for (const Value& entry : constraints.items()) {
+      builder.begin_top_level(++position);
       if (!entry.is_map()) {
         raise(ErrorKind::kType, std::string("a constraint must be a dict, not '") + type_name(entry) + "'");
       }
@@ -124,6 +186,8 @@ void Generator::_build_constraints() {
     }
   }
   builder.lossy.report(log_);
+  builder.eq.names = builder.unique_names(std::move(builder.eq.names));
+  builder.ub.names = builder.unique_names(std::move(builder.ub.names));
   publish_rows(std::move(builder.eq), std::move(builder.ub));
   // Constraints may have added columns: the metadata lines are rewritten.
   // No line starts with two of the prefixes, so each kind is found alone.
@@ -163,6 +227,8 @@ void Generator::publish_rows(RowSystem eq, RowSystem ub) {
   b_eq = std::move(eq.rhs);
   A_ub = std::move(ub.rows);
   b_ub = std::move(ub.rhs);
+  row_names_eq = std::move(eq.names);
+  row_names_ub = std::move(ub.names);
   const auto triplet_line = [&](const char* name, const SparseRows& rows, std::size_t n_rows,
                                 TripletPart part) {
     scipy_code_lines.push_block(std::make_unique<TripletLine>(_indent() + name, rows, n_rows, part));

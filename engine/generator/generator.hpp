@@ -241,6 +241,9 @@ class Generator {
   SparseRows A_ub;
   std::vector<double> b_eq;
   std::vector<double> b_ub;
+  // One name per row of A_eq / A_ub, in row order.
+  std::vector<std::string> row_names_eq;
+  std::vector<std::string> row_names_ub;
   std::string results_varname = "results";
   MapPtr comparison_truth_cache = make_map();
   MapPtr bool_subtree_cache = make_map();

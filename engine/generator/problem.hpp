@@ -20,6 +20,8 @@ struct LinearProblem {
   std::vector<double> b_eq;
   SparseRows A_ub;
   std::vector<double> b_ub;
+  std::vector<std::string> row_names_eq;
+  std::vector<std::string> row_names_ub;
   double objective_offset = 0.0;
 };
 

@@ -60,6 +60,7 @@ void Generator::_apply_top_level_binary_assignments() {
     if (present) continue;
     A_eq.append(var_names.size(), {{idx, 1.0}});
     b_eq.push_back(target);
+    row_names_eq.push_back(vname.as_str() + "#fix");
   }
 }
 
@@ -119,6 +120,8 @@ LinearProblem Generator::_snapshot_linear_problem() const {
   problem.b_eq = b_eq;
   problem.A_ub = A_ub;
   problem.b_ub = b_ub;
+  problem.row_names_eq = row_names_eq;
+  problem.row_names_ub = row_names_ub;
   problem.objective_offset = py_float(obj_const_offset);
   return problem;
 }

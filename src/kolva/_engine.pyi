@@ -48,6 +48,8 @@ class _Generator:
     A_ub: List[List[float]]
     b_eq: List[float]
     b_ub: List[float]
+    row_names_eq: List[str]
+    row_names_ub: List[str]
     tuple_types: Dict[str, Any]
     aux_created: List[str]
     _collected_lbs: Dict[str, Any]

@@ -148,3 +148,6 @@ class LinearProblem:
     A_ub: Any = field(default_factory=list)
     b_ub: List[float] = field(default_factory=list)
     objective_offset: float = 0.0
+    # The name of each row of A_ub / A_eq, in row order (empty when unknown).
+    row_names_ub: List[str] = field(default_factory=list)
+    row_names_eq: List[str] = field(default_factory=list)

@@ -31,10 +31,18 @@ Claim forall(ConstraintBuilder& b, ConstraintCall& call) {
     Env env2 = call.env;
     for (std::size_t i = 0; i < loop_vars.size(); ++i) env2.set(loop_vars[i], loop_ranges[i][pos[i]]);
     if (!gen.index_filter_keeps(index_constraint, env2)) return;
+    ValueVec values;
+    values.reserve(loop_vars.size());
+    for (std::size_t i = 0; i < loop_vars.size(); ++i) values.push_back(loop_ranges[i][pos[i]]);
+    const std::size_t mark = b.push_iteration(values);
     for (const Value& body : bodies) {
-      if (!body.is_map()) raise(ErrorKind::kType, "a forall body must be a constraint dict");
+      if (!body.is_map()) {
+        b.pop_iteration(mark);
+        raise(ErrorKind::kType, "a forall body must be a constraint dict");
+      }
       b.handle_constraint(body.as_map(), env2);
     }
+    b.pop_iteration(mark);
   });
   return Claim::kDone;
 }
