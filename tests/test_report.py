@@ -432,35 +432,44 @@ def test_progress_shows_on_a_terminal_and_is_erased(tmp_path):
 # ---------------------------------------------------------------- where conflicting rows were written
 
 
-def test_rows_are_matched_to_the_longest_label_they_start_with():
-    from kolva.report import source_of_row
-
-    annotations = [("m.mod:3:5", "ct"), ("m.mod:4:5", "ct_a"), ("m.mod:5:5", None), ("m.mod:6:5", "cap")]
-    assert source_of_row("ct", annotations) == ("m.mod:3:5", "ct")
-    assert source_of_row("ct_1", annotations) == ("m.mod:3:5", "ct")
-    assert source_of_row("ct_a_1", annotations) == ("m.mod:4:5", "ct_a")
-    assert source_of_row("cap[1]", annotations) == ("m.mod:6:5", "cap")
-    assert source_of_row("cta", annotations) is None
-    assert source_of_row("capacity", annotations) is None
-    # Without a label, a place the name holds.
-    assert source_of_row("row@m.mod:5:5", annotations) == ("m.mod:5:5", None)
-    assert source_of_row("row@m.mod:5:55", annotations) is None
-
-
-def test_annotations_are_read_through_foralls_in_model_order(tmp_path):
+def places_of(tmp_path, model):
     from kolva import opl
-    from kolva.report import annotated_constraints
+    from kolva.report import ConstraintPlaces
 
-    (tmp_path / "s.mod").write_text(SUPPLY)
-    (tmp_path / "s.dat").write_text(SUPPLY_DATA)
-    tree, _ = opl.load(tmp_path / "s.mod", tmp_path / "s.dat")
-    place = str(tmp_path / "s.mod")
-    assert annotated_constraints(tree) == [
-        (f"{place}:9:3", None),
-        (f"{place}:9:22", "ctStock"),
-        (f"{place}:10:3", None),
-        (f"{place}:10:22", "ctNeed"),
-    ]
+    (tmp_path / "p.mod").write_text(model)
+    tree, _ = opl.load(tmp_path / "p.mod")
+    return ConstraintPlaces(tree), str(tmp_path / "p.mod")
+
+
+PLACES_MODEL = """\
+range R = 1..2;
+dvar float+ x[R];
+minimize sum(r in R) x[r];
+subject to {
+  forall(r in R) ctLow: x[r] >= 1;
+  forall(r in R) x[r] <= 5;
+  forall(r in R) { ctPair: x[r] <= 4; x[r] <= 6; }
+  x[1] + x[2] <= 9;
+}
+"""
+
+
+def test_row_names_lead_to_the_place_of_their_constraint(tmp_path):
+    places, mod = places_of(tmp_path, PLACES_MODEL)
+    # By label, with indices and a role or counter after it.
+    assert places.of_row("ctLow[1]") == (f"{mod}:5:18", "ctLow")
+    assert places.of_row("ctLow[2]#2") == (f"{mod}:5:18", "ctLow")
+    assert places.of_row("ctPair[1]") == (f"{mod}:7:20", "ctPair")
+    assert places.of_row("ctLow") == (f"{mod}:5:18", "ctLow")
+    # By top-level position: a forall's one body, or the forall itself.
+    assert places.of_row("c2[1]") == (f"{mod}:6:18", None)
+    assert places.of_row("c3[2]#2") == (f"{mod}:7:3", None)
+    assert places.of_row("c4") == (f"{mod}:8:3", None)
+    # Names that point nowhere.
+    assert places.of_row("c5") is None
+    assert places.of_row("c0") is None
+    assert places.of_row("ctLowest[1]") is None
+    assert places.of_row("ub3") is None
 
 
 def test_conflict_report_names_the_places_of_its_constraints(tmp_path, capsys, monkeypatch):
@@ -474,7 +483,7 @@ def test_conflict_report_names_the_places_of_its_constraints(tmp_path, capsys, m
 
     def with_names(self):
         problem = real(self)
-        problem.row_names_ub = [f"{label}_row" for label in labels]
+        problem.row_names_ub = [f"{label}" for label in labels]
         problem.row_names_eq = []
         return problem
 
@@ -486,17 +495,17 @@ def test_conflict_report_names_the_places_of_its_constraints(tmp_path, capsys, m
     width = len(place + ":6:3")
     assert out.splitlines()[-5:] == [
         "conflicting constraints (an irreducible infeasible subset):",
-        f"  row        {'source':<{width}}  label",
-        f"  ctCap_row  {place + ':6:3':<{width}}  ctCap",
-        f"  ctA_row    {place + ':7:3':<{width}}  ctA",
-        f"  ctB_row    {place + ':8:3':<{width}}  ctB",
+        f"  row    {'source':<{width}}  label",
+        f"  ctCap  {place + ':6:3':<{width}}  ctCap",
+        f"  ctA    {place + ':7:3':<{width}}  ctA",
+        f"  ctB    {place + ':8:3':<{width}}  ctB",
     ]
     document = json.loads((tmp_path / "c.json").read_text())
     assert document["conflict"] == {
         "rows": [
-            {"row": "ctCap_row", "source": f"{place}:6:3", "label": "ctCap"},
-            {"row": "ctA_row", "source": f"{place}:7:3", "label": "ctA"},
-            {"row": "ctB_row", "source": f"{place}:8:3", "label": "ctB"},
+            {"row": "ctCap", "source": f"{place}:6:3", "label": "ctCap"},
+            {"row": "ctA", "source": f"{place}:7:3", "label": "ctA"},
+            {"row": "ctB", "source": f"{place}:8:3", "label": "ctB"},
         ],
         "bounds": [],
     }

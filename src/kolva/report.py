@@ -14,6 +14,7 @@ import csv
 import io
 import json
 import math
+import re
 import shutil
 from dataclasses import dataclass, field
 from typing import Any, Dict, List, Optional, Sequence, Tuple
@@ -360,62 +361,68 @@ def solution_csv(solution: Solution, columns: Sequence[str]) -> str:
 def attach_sources(solution: Solution, tree: Dict[str, Any], problem) -> None:
     """Fill in where each conflicting row's constraint was written.
 
-    A row is matched to a constraint of the model tree that carries its OPL
-    place (``opl_source``, and ``opl_label`` when labelled) through the row's
-    name: the longest label the name starts with (followed by the end of the
-    name or a character that is not a letter or digit), or else a place that
-    the name holds. Rows of a problem without row names stay unmatched.
+    A row's name starts with the label of its constraint, or ``c<N>`` for the
+    N-th top-level constraint when it has no label; indices in brackets and a
+    ``#`` suffix may follow. The constraint's ``opl_source`` and ``opl_label``
+    (set by the OPL front end) give the place. Rows of a problem without row
+    names stay unmatched.
     """
     if not solution.conflict:
         return
-    if getattr(problem, "row_names_ub", None) is None and getattr(problem, "row_names_eq", None) is None:
+    if not getattr(problem, "row_names_ub", None) and not getattr(problem, "row_names_eq", None):
         return
-    annotations = annotated_constraints(tree)
+    places = ConstraintPlaces(tree)
     for row in solution.conflict:
-        found = source_of_row(row.row, annotations)
+        found = places.of_row(row.row)
         if found is not None:
             row.source, row.label = found
 
 
-def annotated_constraints(tree: Dict[str, Any]) -> List[Tuple[str, Optional[str]]]:
-    """``(source, label)`` of each constraint node that carries its OPL place, in model order."""
-    found: List[Tuple[str, Optional[str]]] = []
-    pending: List[Any] = list(reversed(tree.get("constraints") or []))
-    while pending:
-        node = pending.pop()
-        if not isinstance(node, dict):
-            continue
-        source = node.get("opl_source")
-        if isinstance(source, str) and source:
-            label = node.get("opl_label")
-            found.append((source, label if isinstance(label, str) and label else None))
-        inner = node.get("constraints")
-        if isinstance(inner, list):
-            pending.extend(reversed(inner))
-    return found
+Place = Tuple[str, Optional[str]]
 
 
-def source_of_row(row: str, annotations: List[Tuple[str, Optional[str]]]) -> Optional[Tuple[str, Optional[str]]]:
-    """The ``(source, label)`` of the constraint a row name points to, or None.
+def _place(node: Any) -> Optional[Place]:
+    if not isinstance(node, dict):
+        return None
+    source = node.get("opl_source")
+    if not isinstance(source, str) or not source:
+        return None
+    label = node.get("opl_label")
+    return source, label if isinstance(label, str) and label else None
 
-    The longest label that the name is, or starts with before a character
-    that is not a letter or digit, wins; without one, the first constraint
-    whose place the name holds.
-    """
-    best: Optional[Tuple[str, Optional[str]]] = None
-    for source, label in annotations:
-        if not label or not row.startswith(label):
-            continue
-        rest = row[len(label) :]
-        if rest and rest[0].isalnum():
-            continue
-        if best is None or len(label) > len(best[1] or ""):
-            best = (source, label)
-    if best is not None:
-        return best
-    for source, label in annotations:
-        at = row.find(source)
-        end = at + len(source)
-        if at != -1 and not row[end : end + 1].isdigit():
-            return source, label
-    return None
+
+def _innermost(node: Any) -> Any:
+    """A forall's one body constraint (through nested foralls), or the node itself."""
+    while isinstance(node, dict) and isinstance(node.get("constraints"), list) and len(node["constraints"]) == 1:
+        node = node["constraints"][0]
+    return node
+
+
+class ConstraintPlaces:
+    """The places of a model tree's constraints, by label and by top-level position."""
+
+    def __init__(self, tree: Dict[str, Any]):
+        top = tree.get("constraints") or []
+        self.by_position: List[Optional[Place]] = [_place(_innermost(node)) or _place(node) for node in top]
+        self.by_label: Dict[str, Place] = {}
+        pending: List[Any] = list(reversed(top))
+        while pending:
+            node = pending.pop()
+            if not isinstance(node, dict):
+                continue
+            place = _place(node)
+            if place is not None and place[1] is not None:
+                self.by_label.setdefault(place[1], place)
+            inner = node.get("constraints")
+            if isinstance(inner, list):
+                pending.extend(reversed(inner))
+
+    def of_row(self, row: str) -> Optional[Place]:
+        """The ``(source, label)`` of the constraint a row's name points to, or None."""
+        base = re.split(r"[\[#]", row, maxsplit=1)[0]
+        if base in self.by_label:
+            return self.by_label[base]
+        position = re.fullmatch(r"c([1-9][0-9]*)", base)
+        if position is not None and int(position.group(1)) <= len(self.by_position):
+            return self.by_position[int(position.group(1)) - 1]
+        return None
