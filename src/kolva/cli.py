@@ -156,8 +156,9 @@ def _build_parser() -> argparse.ArgumentParser:
             "(.mps) or LP (.lp) file, with the names of columns and rows, the objective's\n"
             "sense and constant, e.g.\n"
             "  kolva export examples/transport.mod examples/transport.dat -o transport.mps\n"
-            "A name the format cannot hold is written with '_' for the characters it\n"
-            "cannot hold (a warning lists how many).\n\n" + _INPUTS_HELP
+            "A name the format cannot hold is written with the characters it cannot hold\n"
+            "replaced (LP: '(' and ')' for brackets, '_' for others); a warning says how\n"
+            "many.\n\n" + _INPUTS_HELP
         ),
         epilog=_EXIT_HELP,
     )
@@ -547,7 +548,7 @@ def _export(args: argparse.Namespace) -> int:
         count = len(changed)
         print(
             f"kolva: warning: {count} name{'s' if count != 1 else ''} cannot be written in {file_format} format "
-            f"as {'they are' if count != 1 else 'it is'}; written with '_' for the characters it cannot hold "
+            f"as {'they are' if count != 1 else 'it is'}; written with the characters it cannot hold replaced "
             f"(first: {first!r} as {written!r})",
             file=sys.stderr,
         )

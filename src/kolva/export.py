@@ -9,10 +9,10 @@ problem and the same optimum.
 Names the format cannot hold. HiGHS's LP writer takes no blank, no non-ASCII
 character and none of ``' * + - / : < = > [ \\ ] ^ ` |``, and no digit first;
 its MPS writer takes no blank. A name that breaks these rules is written with
-``_`` in place of each character the format cannot hold (and ``_`` before a
-leading digit); should that give a name already used, ``~`` and a number
-follow. The writer reports every such change. All other names are written as
-they are.
+``(`` and ``)`` for brackets (LP) and ``_`` in place of each other character
+the format cannot hold (and ``_`` before a leading digit); should that give a
+name already used, ``~`` and a number follow. The writer reports every such
+change. All other names are written as they are.
 
 The file is written whole or not at all: HiGHS writes a temporary file in the
 same directory, which then replaces the target.
@@ -32,6 +32,9 @@ if TYPE_CHECKING:
 FORMATS = {".mps": "MPS", ".lp": "LP"}
 
 _LP_FORBIDDEN = frozenset("'*+-/:<=>[\\]^`| ")
+# Brackets become parentheses (which the format holds, so indices stay
+# readable); every other character it cannot hold becomes "_".
+_LP_REPLACEMENT = {ch: "_" for ch in _LP_FORBIDDEN} | {"[": "(", "]": ")"}
 
 
 def format_of(path: str) -> str:
@@ -56,7 +59,7 @@ def _transliterate(name: str, file_format: str) -> str:
     if file_format == "MPS":
         text = "".join("_" if ch.isspace() or not ch.isprintable() else ch for ch in name)
     else:
-        text = "".join(ch if " " < ch < "\x7f" and ch not in _LP_FORBIDDEN else "_" for ch in name)
+        text = "".join(_LP_REPLACEMENT.get(ch, ch) if " " < ch < "\x7f" else "_" for ch in name)
         if text[:1].isdigit():
             text = "_" + text
     return text or "_"
