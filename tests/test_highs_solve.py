@@ -545,6 +545,7 @@ def test_infeasible_lp_names_exactly_the_conflicting_rows(tmp_path):
     names = kolva.solve_highs.row_names(problem)
     solution = kolva.solve(problem)
     assert solution.status == "INFEASIBLE"
+    assert names[:3] == ["ctCap", "ctA", "ctB"]
     assert [row.row for row in solution.conflict] == names[:3]
     assert solution.conflict_bounds == []
     assert_irreducible(problem, [0, 1, 2], free_continuous=False)

@@ -160,7 +160,8 @@ def test_json_of_an_lp_holds_rows_duals_and_reduced_costs(supply, capsys, tmp_pa
     code, _, _ = run_main(capsys, "solve", *supply, "--output", tmp_path / "s.json")
     assert code == 0
     document = json.loads((tmp_path / "s.json").read_text())
-    rows = row_names(build(tmp_path, SUPPLY, SUPPLY_DATA, name="s"))
+    rows = ["ctStock[north]", "ctStock[south]", "ctNeed[a]", "ctNeed[b]", "ctNeed[c]"]
+    assert row_names(build(tmp_path, SUPPLY, SUPPLY_DATA, name="s")) == rows
     # Duals (HiGHS's sign, minimization, rows as stored: need rows negated):
     # reduced cost c - y_m + w_s is 0 on the basic columns north-a, north-c,
     # south-b, south-c, with north's stock slack (y = 0): w_a = -4, w_c = -9,
@@ -472,22 +473,9 @@ def test_row_names_lead_to_the_place_of_their_constraint(tmp_path):
     assert places.of_row("ub3") is None
 
 
-def test_conflict_report_names_the_places_of_its_constraints(tmp_path, capsys, monkeypatch):
-    # Rows named after their constraint's label, as a problem with row names has them.
+def test_conflict_report_names_the_places_of_its_constraints(tmp_path, capsys):
     from test_highs_solve import CONFLICT_LP
 
-    from kolva.scipy_codegen_csc import SciPyCSCCodeGenerator
-
-    real = SciPyCSCCodeGenerator.build_problem
-    labels = ["ctCap", "ctA", "ctB", "ctRoom", "ctMix"]
-
-    def with_names(self):
-        problem = real(self)
-        problem.row_names_ub = [f"{label}" for label in labels]
-        problem.row_names_eq = []
-        return problem
-
-    monkeypatch.setattr(SciPyCSCCodeGenerator, "build_problem", with_names)
     (tmp_path / "c.mod").write_text(CONFLICT_LP)
     code, out, _ = run_main(capsys, "solve", tmp_path / "c.mod", "--output", tmp_path / "c.json")
     assert code == 1
@@ -509,6 +497,49 @@ def test_conflict_report_names_the_places_of_its_constraints(tmp_path, capsys, m
         ],
         "bounds": [],
     }
+
+
+def test_conflict_of_a_logical_model_names_its_constraints(tmp_path, capsys):
+    from test_highs_solve import CONFLICT_LOGICAL
+
+    (tmp_path / "l.mod").write_text(CONFLICT_LOGICAL)
+    code, _, _ = run_main(capsys, "solve", tmp_path / "l.mod", "--output", tmp_path / "l.json")
+    assert code == 1
+    rows = json.loads((tmp_path / "l.json").read_text())["conflict"]["rows"]
+    place = str(tmp_path / "l.mod")
+    # The implication's rows, and the two rows that force it to fail; not ctRoom.
+    assert {(row["label"], row["source"]) for row in rows} == {
+        ("ctImp", f"{place}:6:3"),
+        ("ctX", f"{place}:7:3"),
+        ("ctY", f"{place}:8:3"),
+    }
+    assert all(row["row"].startswith(row["label"]) for row in rows)
+
+
+UNLABELLED_CONFLICT = """\
+range I = 1..3;
+dvar float+ x[I];
+minimize sum(i in I) x[i];
+subject to {
+  forall(i in I) x[i] >= i;
+  sum(i in I) x[i] <= 5;
+  forall(i in I) x[i] <= 10;
+}
+"""
+
+
+def test_conflict_rows_of_unlabelled_constraints_point_to_their_place(tmp_path, capsys):
+    # x[i] >= i sums to 6 > 5; the upper bounds play no part.
+    (tmp_path / "u.mod").write_text(UNLABELLED_CONFLICT)
+    code, _, _ = run_main(capsys, "solve", tmp_path / "u.mod", "--output", tmp_path / "u.json")
+    assert code == 1
+    place = str(tmp_path / "u.mod")
+    assert json.loads((tmp_path / "u.json").read_text())["conflict"]["rows"] == [
+        {"row": "c1[1]", "source": f"{place}:5:18", "label": None},
+        {"row": "c1[2]", "source": f"{place}:5:18", "label": None},
+        {"row": "c1[3]", "source": f"{place}:5:18", "label": None},
+        {"row": "c2", "source": f"{place}:6:3", "label": None},
+    ]
 
 
 def test_solution_output_onto_the_json_model_is_refused(tmp_path, capsys):
