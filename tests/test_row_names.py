@@ -81,7 +81,7 @@ subject to {
     ub, eq = names_of(tree, data)
     logical = [n for n in ub if n.startswith("ctLink")]
     assert len(logical) > 1
-    assert logical == ["ctLink#or-and"] + [f"ctLink#or-and#{k}" for k in range(2, len(logical) + 1)]
+    assert logical == ["ctLink#or_and"] + [f"ctLink#or_and#{k}" for k in range(2, len(logical) + 1)]
     # The domain of x gives the first two rows, unlabelled.
     assert ub[:2] == ["c1", "c2"]
     assert eq == ["ctOn", "ctOn#2"]

@@ -24,7 +24,7 @@ struct Form {
 // Every constraint, whatever its type.
 constexpr std::array kChain = {
     Form{"parameter without data", "", &forms::parameter_without_data},
-    Form{"top-level Boolean tree", "bool-tree", &forms::top_level_boolean_tree},
+    Form{"top-level Boolean tree", "bool_tree", &forms::top_level_boolean_tree},
     Form{"log the constraint", "", &forms::log_constraint},
     Form{"pre-registration and bound collection", "", &forms::preregistration_and_bound_collection},
     Form{"constraint over an implies node", "implication", &forms::constraint_over_implies},
@@ -36,26 +36,26 @@ constexpr std::array kChain = {
 
 // Constraints of type "constraint", tried in this order by the comparison step.
 constexpr std::array kComparisonChain = {
-    Form{"weighted Boolean sum, early copy", "weighted-count", &forms::weighted_boolean_sum_early},
+    Form{"weighted Boolean sum, early copy", "weighted_count", &forms::weighted_boolean_sum_early},
     Form{"sum of comparisons", "count", &forms::sum_of_comparisons},
     Form{"name equals sum of comparisons", "count", &forms::name_equals_sum_of_comparisons},
     Form{"parenthesis stripping", "", &forms::parenthesis_stripping},
     Form{"comparison equals true", "", &forms::comparison_equals_true},
     Form{"comparison equals false", "negation", &forms::comparison_equals_false},
-    Form{"not-equal on Boolean variables", "not-equal", &forms::not_equal},
+    Form{"not-equal on Boolean variables", "not_equal", &forms::not_equal},
     Form{"not of a comparison against a literal", "negation", &forms::not_of_comparison},
-    Form{"declared Boolean equals evaluated expression", "bool-link",
+    Form{"declared Boolean equals evaluated expression", "bool_link",
          &forms::declared_bool_equals_expression},
     Form{"Boolean variable equals threshold on a sum", "threshold",
          &forms::boolean_variable_equals_threshold_on_sum},
-    Form{"Boolean tree against a literal", "bool-tree", &forms::boolean_tree_against_literal},
-    Form{"Boolean variable against Boolean expression", "bool-link",
+    Form{"Boolean tree against a literal", "bool_tree", &forms::boolean_tree_against_literal},
+    Form{"Boolean variable against Boolean expression", "bool_link",
          &forms::boolean_variable_against_expression},
-    Form{"weighted Boolean sum, second copy", "weighted-count", &forms::weighted_boolean_sum_late},
+    Form{"weighted Boolean sum, second copy", "weighted_count", &forms::weighted_boolean_sum_late},
     Form{"sum of comparisons against a number", "count", &forms::sum_of_comparisons_any_op},
     Form{"variable equals threshold on a sum of comparisons", "threshold",
          &forms::variable_equals_threshold_on_count},
-    Form{"conjunction or disjunction asserted true", "or-and", &forms::conjunction_or_disjunction_true},
+    Form{"conjunction or disjunction asserted true", "or_and", &forms::conjunction_or_disjunction_true},
     Form{"general linear comparison", "", &forms::general_linear_comparison},
 };
 

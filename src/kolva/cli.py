@@ -1,7 +1,10 @@
 """Command line: solve a model, write its script, or show what an OPL model reads as.
 
 Usage:
-    kolva solve MODEL.mod [DATA.dat ...] [--via-script]
+    kolva solve MODEL.mod [DATA.dat ...] [--solver {highs,scipy}] [--via-script]
+                [--time-limit S] [--mip-gap REL] [--threads N] [--tolerance T]
+                [--quiet | --log] [--all] [--output FILE.json|FILE.csv]
+    kolva export MODEL.mod [DATA.dat ...] -o FILE.mps|FILE.lp
     kolva generate MODEL.mod [DATA.dat ...] [-o SCRIPT.py] [--run]
     kolva parse MODEL.mod [DATA.dat ...] [-o FILE.json]
     kolva solve MODEL.json [--data DATA.json] [--via-script]
@@ -17,7 +20,8 @@ an array of arrays, and a tuple-keyed parameter as a list of [key, value]
 pairs. ``kolva parse`` writes its JSON by the same convention.
 
 Exit status: 0 when done (for a solve: optimal), 1 when a solve ends other
-than optimal, 2 for errors in the command, the model, the data or a file.
+than optimal (or HiGHS fails), 2 for errors in the command, the model, the
+data or a file.
 Errors are reported in one message, never as a Python traceback.
 """
 
@@ -63,6 +67,11 @@ _EXIT_HELP = """\
 Exit status: 0 done (a solve found the optimum), 1 a solve ended other than
 optimal, 2 an error in the command, the model, the data or a file."""
 
+_SOLVE_OUTPUT_HELP = """\
+--output FILE.json writes {"status", "objective", "problem", "variables", ...}
+(see the README); --output FILE.csv writes "variable,value" and one line per
+variable. Both hold the variables the table shows (all of them with --all)."""
+
 _PARSE_OUTPUT_HELP = """\
 Output: {"model": TREE, "data": DATA}, indented by 2. TREE is the model tree
 and DATA the data dictionary that solve and generate hand to the generator.
@@ -84,36 +93,77 @@ def _build_parser() -> argparse.ArgumentParser:
         prog="kolva",
         formatter_class=raw,
         description=(
-            "Solve optimization models written in OPL with SciPy's HiGHS, or write them\n"
-            "as stand-alone SciPy/HiGHS scripts.\n\n" + _INPUTS_HELP
+            "Solve optimization models written in OPL with HiGHS, write them as MPS or LP\n"
+            "files, or as stand-alone SciPy/HiGHS scripts.\n\n" + _INPUTS_HELP
         ),
         epilog=(
             "Commands:\n"
             "  kolva solve MODEL.mod [DATA.dat ...]            solve; print the solution\n"
+            "  kolva export MODEL.mod [DATA.dat ...] -o F      write the problem as MPS or LP\n"
             "  kolva generate MODEL.mod [DATA.dat ...] [-o F]  write the SciPy/HiGHS script\n"
             "  kolva parse MODEL.mod [DATA.dat ...] [-o F]     write model tree and data as JSON\n"
             "Each takes --help.\n\n" + _EXIT_HELP
         ),
     )
-    sub = parser.add_subparsers(dest="command", required=True, metavar="{solve,generate,parse}")
+    sub = parser.add_subparsers(dest="command", required=True, metavar="{solve,export,generate,parse}")
 
     solve = sub.add_parser(
         "solve",
-        help="solve a model with SciPy's HiGHS and print the solution",
+        help="solve a model with HiGHS and print the solution",
         formatter_class=raw,
         description=(
-            "Build the program in memory and solve it with\n"
-            "scipy.optimize.linprog(method='highs') through its sparse matrices; print\n"
-            "the status, the objective and the nonzero variables.\n\n" + _INPUTS_HELP
+            "Build the program in memory and solve it with HiGHS (highspy, HiGHS's own\n"
+            "Python binding); print the status, the objective and the nonzero variables,\n"
+            "a table per declared array (a matrix for two-dimensional arrays that fit the\n"
+            "terminal). An infeasible model lists the rows of an irreducible infeasible\n"
+            "subset and where their constraints were written.\n\n" + _INPUTS_HELP
         ),
-        epilog=_EXIT_HELP,
+        epilog=_SOLVE_OUTPUT_HELP + "\n\n" + _EXIT_HELP,
     )
     _add_inputs(solve)
     solve.add_argument(
+        "--solver",
+        choices=("highs", "scipy"),
+        default="highs",
+        help="highs (default): HiGHS through highspy; scipy: scipy.optimize.linprog(method='highs')",
+    )
+    solve.add_argument(
         "--via-script",
         action="store_true",
-        help="generate the stand-alone script and run it in this process instead (slower; same output)",
+        help="generate the stand-alone SciPy script and run it in this process instead (slower)",
     )
+    solve.add_argument("--time-limit", type=_positive_float, metavar="SECONDS", help="stop HiGHS after this time")
+    solve.add_argument("--mip-gap", type=_non_negative_float, metavar="REL", help="relative MIP gap to stop at")
+    solve.add_argument("--threads", type=_positive_int, metavar="N", help="threads HiGHS may use")
+    solve.add_argument(
+        "--tolerance",
+        type=_tolerance,
+        metavar="T",
+        help="primal feasibility tolerance (integrality: T/10); default: HiGHS's for LPs, 1e-09 with integers",
+    )
+    talk = solve.add_mutually_exclusive_group()
+    talk.add_argument("--quiet", action="store_true", help="no progress display")
+    talk.add_argument("--log", action="store_true", help="stream HiGHS's log to standard error")
+    solve.add_argument("--all", action="store_true", help="also show the auxiliary variables of logical encodings")
+    solve.add_argument("--output", metavar="FILE", help="also write the solution to FILE.json or FILE.csv")
+
+    export = sub.add_parser(
+        "export",
+        help="write a model's problem as an MPS or LP file",
+        formatter_class=raw,
+        description=(
+            "Build the program in memory and write it through HiGHS's own writer as an MPS\n"
+            "(.mps) or LP (.lp) file, with the names of columns and rows, the objective's\n"
+            "sense and constant, e.g.\n"
+            "  kolva export examples/transport.mod examples/transport.dat -o transport.mps\n"
+            "A name the format cannot hold is written with the characters it cannot hold\n"
+            "replaced (LP: '(' and ')' for brackets, '_' for others); a warning says how\n"
+            "many.\n\n" + _INPUTS_HELP
+        ),
+        epilog=_EXIT_HELP,
+    )
+    _add_inputs(export)
+    export.add_argument("-o", "--output", required=True, help="file to write: FILE.mps or FILE.lp")
 
     gen = sub.add_parser(
         "generate",
@@ -147,6 +197,25 @@ def _build_parser() -> argparse.ArgumentParser:
     parse.add_argument("data_files", nargs="*", metavar="DATA.dat", help="OPL data files, read in order")
     parse.add_argument("-o", "--output", help="JSON file to write (default: standard output)")
     return parser
+
+
+def _number_type(kind: Callable[[str], Any], test: Callable[[Any], bool], wanted: str):
+    def convert(text: str):
+        try:
+            value = kind(text)
+        except ValueError:
+            raise argparse.ArgumentTypeError(f"{text!r} is not {wanted}") from None
+        if not test(value):
+            raise argparse.ArgumentTypeError(f"{text!r} is not {wanted}")
+        return value
+
+    return convert
+
+
+_positive_float = _number_type(float, lambda v: 0 < v < float("inf"), "a positive number")
+_non_negative_float = _number_type(float, lambda v: 0 <= v < float("inf"), "a number of 0 or more")
+_positive_int = _number_type(int, lambda v: v >= 1, "a whole number of 1 or more")
+_tolerance = _number_type(float, lambda v: 1e-10 <= v <= 1e-03, "a tolerance between 1e-10 and 0.001")
 
 
 def _add_inputs(parser: argparse.ArgumentParser) -> None:
@@ -218,11 +287,15 @@ def _load_json(path: str, what: str) -> Any:
         raise _CliError(f"{what} file {path!r} is nested too deeply to read") from None
 
 
-def _load_inputs(args: argparse.Namespace, kind: str) -> Tuple[Dict[str, Any], Optional[Dict[str, Any]]]:
+def _load_inputs(
+    args: argparse.Namespace, kind: str, progress: Any = None
+) -> Tuple[Dict[str, Any], Optional[Dict[str, Any]]]:
     if kind == "opl":
         from kolva import opl  # the engine loads only when a command needs it
 
         tree, data, warnings = opl._load_with_warnings(args.model, *args.data_files)
+        if warnings and progress is not None:
+            progress.clear()
         # The front end's warnings are complete compiler-style lines; print
         # them as they are, whatever the logging set-up.
         for warning in warnings:
@@ -363,38 +436,123 @@ def _json_scalar(value: Any, ascii_only: bool) -> str:
 # ---------------------------------------------------------------- commands
 
 
-def _print_solution(solution, sizes) -> None:
-    variables, equalities, inequalities = sizes
-    print(f"model: {variables} variables, {equalities} equality rows, {inequalities} inequality rows")
-    print(f"status: {solution.status}")
-    print(f"objective: {solution.objective_value}")
-    if solution.message:
-        print(f"message: {solution.message}")
-    nonzero = [(name, value) for name, value in solution.values.items() if abs(value) > 1e-8]
-    if not nonzero:
-        return
-    width = max(len("variable"), max(len(name) for name, _ in nonzero))
-    print(f"{'variable':<{width}}  value")
-    for name, value in nonzero:
-        print(f"{name:<{width}}  {value:.10g}")
+_SOLUTION_FORMATS = (".json", ".csv")
+
+
+def _check_solve_options(args: argparse.Namespace) -> None:
+    """Refuse HiGHS's options on the SciPy paths, and an output of unknown kind."""
+    if args.via_script or args.solver == "scipy":
+        path = "--via-script" if args.via_script else "--solver scipy"
+        for option, value in (
+            ("--time-limit", args.time_limit),
+            ("--mip-gap", args.mip_gap),
+            ("--threads", args.threads),
+            ("--tolerance", args.tolerance),
+            ("--log", args.log or None),
+        ):
+            if value is not None:
+                raise _CliError(f"{option} is an option of the HiGHS solver; {path} does not take it")
+    if args.output is not None and os.path.splitext(args.output)[1].lower() not in _SOLUTION_FORMATS:
+        raise _CliError(f"cannot tell the format of output file {args.output!r}: give FILE.json or FILE.csv")
+
+
+def _solve_problem(args: argparse.Namespace, problem, progress) -> Any:
+    from kolva.solve import solve_problem
+    from kolva.solve_highs import SolveError, solve
+
+    if args.solver == "scipy":
+        return solve_problem(problem)
+    try:
+        return solve(
+            problem,
+            time_limit=args.time_limit,
+            mip_gap=args.mip_gap,
+            threads=args.threads,
+            tolerance=args.tolerance,
+            log=bool(args.log),
+            on_progress=progress.mip,
+        )
+    except SolveError as err:
+        raise _SolveFailure(f"kolva: error: {err}") from None
+
+
+class _SolveFailure(Exception):
+    """The solver itself failed: reported in one line, exit status 1."""
 
 
 def _solve(args: argparse.Namespace) -> int:
+    from kolva import report
+    from kolva.progress import ProgressLine
     from kolva.scipy_codegen_csc import SciPyCSCCodeGenerator
-    from kolva.solve import solve_problem, solve_script
+    from kolva.solve import solve_script
 
     kind = _check_input_arguments(args)
-    model, data = _load_inputs(args, kind)
-    generator = SciPyCSCCodeGenerator(model, data)
-    if args.via_script:
-        script = generator.generate_code()
-        problem = generator._snapshot_linear_problem()
-        solution = solve_script(script, args.model)
-    else:
-        problem = generator.build_problem()
-        solution = solve_problem(problem)
-    _print_solution(solution, (len(problem.var_names), len(problem.b_eq), len(problem.b_ub)))
+    _check_solve_options(args)
+    _check_output(args.output, _input_paths(args))
+    progress = ProgressLine(enabled=False if (args.quiet or args.log) else None)
+    try:
+        progress.phase("reading the model")
+        model, data = _load_inputs(args, kind, progress)
+        progress.phase("building the problem")
+        generator = SciPyCSCCodeGenerator(model, data)
+        if args.via_script:
+            script = generator.generate_code()
+            problem = generator._snapshot_linear_problem()
+            progress.phase("solving")
+            solution = solve_script(script, args.model)
+        else:
+            problem = generator.build_problem()
+            progress.phase("solving")
+            solution = _solve_problem(args, problem, progress)
+        layout = report.variable_groups(model, data, problem.var_names)
+    finally:
+        progress.clear()
+    report.attach_sources(solution, model, problem)
+    sizes = (len(problem.var_names), len(problem.b_eq), len(problem.b_ub))
+    lines = report.summary_lines(solution, sizes)
+    lines += report.variables_text(layout, solution.values, args.all, report.terminal_width())
+    lines += report.conflict_lines(solution)
+    print("\n".join(lines))
+    if args.output:
+        columns = list(problem.var_names) if args.all else layout.visible_columns()
+        is_mip = any(problem.integrality)
+        if args.output.lower().endswith(".json"):
+            text = report.solution_json(solution, columns, is_mip)
+        else:
+            text = report.solution_csv(solution, columns)
+        _write_atomically(args.output, text)
     return 0 if solution.status == "OPTIMAL" else 1
+
+
+def _export(args: argparse.Namespace) -> int:
+    from kolva.export import format_of, write_model
+    from kolva.scipy_codegen_csc import SciPyCSCCodeGenerator
+    from kolva.solve_highs import SolveError
+
+    kind = _check_input_arguments(args)
+    try:
+        file_format = format_of(args.output)
+    except ValueError as err:
+        raise _CliError(str(err)) from None
+    _check_output(args.output, _input_paths(args))
+    model, data = _load_inputs(args, kind)
+    problem = SciPyCSCCodeGenerator(model, data).build_problem()
+    try:
+        changed = write_model(problem, args.output, file_format)
+    except OSError as err:
+        raise _CliError(f"cannot write output file {args.output!r}: {err.strerror or err}") from None
+    except SolveError as err:
+        raise _SolveFailure(f"kolva: error: {err}") from None
+    if changed:
+        first, written = next(iter(changed.items()))
+        count = len(changed)
+        print(
+            f"kolva: warning: {count} name{'s' if count != 1 else ''} cannot be written in {file_format} format "
+            f"as {'they are' if count != 1 else 'it is'}; written with the characters it cannot hold replaced "
+            f"(first: {first!r} as {written!r})",
+            file=sys.stderr,
+        )
+    return 0
 
 
 def _generate(args: argparse.Namespace) -> int:
@@ -439,6 +597,7 @@ def _parse(args: argparse.Namespace) -> int:
 
 _COMMANDS: Dict[str, Callable[[argparse.Namespace], int]] = {
     "solve": _solve,
+    "export": _export,
     "generate": _generate,
     "parse": _parse,
 }
@@ -495,6 +654,9 @@ def main(argv: Optional[List[str]] = None) -> int:
         return 141
     except _CliError as err:
         print(f"kolva: error: {err}", file=sys.stderr)
+    except _SolveFailure as err:
+        print(str(err), file=sys.stderr)
+        return 1
     except OplError as err:
         print(str(err), file=sys.stderr)
     except SemanticError as err:

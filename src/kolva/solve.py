@@ -1,4 +1,10 @@
-"""Solving a generated program with SciPy's HiGHS, in memory or via its script."""
+"""Solving a generated program: through HiGHS itself, SciPy's linprog, or its script.
+
+``Solution`` is what every path returns. :func:`kolva.solve` (in
+:mod:`kolva.solve_highs`) passes the ``LinearProblem`` to HiGHS's own Python
+binding; :func:`solve_problem` keeps SciPy's ``linprog(method='highs')``, and
+:func:`solve_script` runs a generated script and reads its result map.
+"""
 
 from __future__ import annotations
 
@@ -6,19 +12,62 @@ import os
 import sys
 from contextlib import contextmanager
 from dataclasses import dataclass, field
-from typing import Dict, Optional
+from typing import Dict, List, Optional
 
 _STATUS = {0: "OPTIMAL", 1: "ITERATION_LIMIT", 2: "INFEASIBLE", 3: "UNBOUNDED"}
 
 
 @dataclass
+class ConflictRow:
+    """One row of an irreducible infeasible subset, and where it was written.
+
+    ``source`` is the ``FILE:LINE:COL`` place of the OPL constraint (or domain
+    bound) the row came from and ``label`` that constraint's label; both are
+    ``None`` when the row's constraint carries no such annotation.
+    """
+
+    row: str
+    source: Optional[str] = None
+    label: Optional[str] = None
+
+
+@dataclass
 class Solution:
-    """What a solve found: status word, objective in the model's sense, values."""
+    """What a solve found.
+
+    Attributes:
+        status: "OPTIMAL", "INFEASIBLE", "UNBOUNDED", "ITERATION_LIMIT",
+            "TIME_LIMIT" or "ERROR".
+        objective_value: the objective in the model's own sense (constant
+            included), or ``None`` without a solution. Under "TIME_LIMIT" it
+            is the best solution found, when there is one.
+        values: column name to value, in column order (empty without a
+            solution).
+        message: the solver's words when the status is not "OPTIMAL".
+        row_activities: row name to the row's value at the solution (an
+            upper-bound row as stored, a ``>=`` constraint negated).
+        row_duals: row name to its dual value; LPs solved through HiGHS only.
+        reduced_costs: column name to its reduced cost; LPs through HiGHS only.
+        best_bound: a MIP's best bound on the objective (model's sense).
+        mip_gap: a MIP's relative gap between ``objective_value`` and
+            ``best_bound``.
+        conflict: for "INFEASIBLE", the rows of an irreducible infeasible
+            subset when the solver found one (empty otherwise).
+        conflict_bounds: the column bounds in that subset, as texts
+            ``name >= value`` or ``name <= value``.
+    """
 
     status: str
     objective_value: Optional[float]
     values: Dict[str, float] = field(default_factory=dict)
     message: str = ""
+    row_activities: Dict[str, float] = field(default_factory=dict)
+    row_duals: Dict[str, float] = field(default_factory=dict)
+    reduced_costs: Dict[str, float] = field(default_factory=dict)
+    best_bound: Optional[float] = None
+    mip_gap: Optional[float] = None
+    conflict: List[ConflictRow] = field(default_factory=list)
+    conflict_bounds: List[str] = field(default_factory=list)
 
 
 def solve_problem(problem) -> Solution:
