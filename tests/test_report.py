@@ -30,7 +30,6 @@ from test_highs_solve import (
     market_split_data,
 )
 
-ROOT = Path(__file__).resolve().parent.parent
 
 
 def run_main(capsys, *args):
@@ -374,7 +373,9 @@ def test_progress_line_is_off_when_the_stream_is_not_a_terminal():
 
 
 def kolva_command(*args):
-    env = dict(os.environ, PYTHONPATH=str(ROOT / "src"))
+    # The child imports the kolva this test imported: the installed package,
+    # or the source tree with its built engine.
+    env = dict(os.environ, PYTHONPATH=str(Path(kolva.__file__).resolve().parent.parent))
     return [sys.executable, "-m", "kolva", *map(str, args)], env
 
 
